@@ -1,0 +1,35 @@
+#ifndef FRAMEHUB_CAMERA_PREFERENCES_H
+#define FRAMEHUB_CAMERA_PREFERENCES_H
+
+#include <framehub/frame_hub_type.h>
+
+namespace Kelmo {
+namespace FrameHub {
+
+// One capture format: what a subscriber asks for and what a camera runs at.
+class CameraPreferences {
+public:
+    CameraPreferences(const Resolution& resolution, const ColorSpace& colorSpace, int refreshRate);
+
+    Resolution getResolution() const;
+    bool setResolution(const Resolution& resolution);
+    ColorSpace getColorSpace() const;
+    bool setColorSpace(const ColorSpace& colorSpace);
+    int getRefreshRate() const;
+    // A negative rate is refused; 0 is accepted.
+    bool setRefreshRate(int refreshRate);
+
+    // Together: no format chosen yet.
+    static const Resolution defaultResolution;
+    static const ColorSpace defaultColorSpace;
+
+private:
+    Resolution resolution;
+    ColorSpace colorSpace;
+    int32_t refreshRate;
+};
+
+} // namespace FrameHub
+} // namespace Kelmo
+
+#endif

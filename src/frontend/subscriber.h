@@ -1,0 +1,57 @@
+#ifndef FRAMEHUB_SRC_FRONTEND_SUBSCRIBER_H
+#define FRAMEHUB_SRC_FRONTEND_SUBSCRIBER_H
+
+#include <framehub/camera_preferences.h>
+#include <framehub/image_buffer.h>
+
+#include <boost/shared_ptr.hpp>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Kelmo {
+namespace FrameHub {
+
+// The record of one subscription: plain store, no lock, no policy. One
+// thread drives one subscriber at a time.
+class Subscriber {
+public:
+    typedef std::map<std::string, boost::shared_ptr<CameraPreferences>> CameraPreferencesMap;
+    typedef std::map<std::string, boost::shared_ptr<ImageBuffer>> ImageBufferMap;
+
+    explicit Subscriber(const std::string& name);
+
+    const std::string& getName() const;
+    // True while a hand-out has not been released.
+    bool isProcessing();
+    bool isMultiStream();
+
+    const std::vector<std::string>& getActiveCameraList() const;
+    // Two or more cameras make the record multi-stream, for good.
+    bool setActiveCameras(const std::vector<std::string>& cameras);
+
+    int getFrameRate() const;
+    bool setFrameRate(int frameRate);
+
+    boost::shared_ptr<CameraPreferences> getCameraPreferences(const std::string& camera);
+    bool setCameraPreferences(const std::string& camera, boost::shared_ptr<CameraPreferences> preferences);
+    boost::shared_ptr<ImageBuffer> getImageBuffer(const std::string& camera);
+    bool setImageBuffer(const std::string& camera, boost::shared_ptr<ImageBuffer> buffer);
+
+    CameraPreferencesMap& getCameraPreferencesMap();
+    ImageBufferMap& getImageBufferMap();
+
+private:
+    std::string _name;
+    bool _isMultiStream;
+    std::vector<std::string> _activeCameraList;
+    CameraPreferencesMap _cameraPreferencesMap;
+    ImageBufferMap _imageBufferMap;
+    int _frameRate;
+};
+
+} // namespace FrameHub
+} // namespace Kelmo
+
+#endif

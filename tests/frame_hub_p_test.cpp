@@ -1,0 +1,140 @@
+#include "log_capture.h"
+
+#include "frontend/frame_hub_p.h"
+#include "frontend/subscriber.h"
+
+#include <framehub/frame_hub.h>
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+
+namespace Kelmo {
+namespace FrameHub {
+
+// Reaches the private registry so that the frame can be tested before the
+// cameras exist.
+class FrameHubPrivateTestPeer {
+public:
+    FrameHubPrivate hub;
+
+    std::string nextName(const std::string& stem) { return hub._findAvailableSubscriberName(stem); }
+    std::string subscribe(const std::string& stem)
+    {
+        std::string name = nextName(stem);
+        if (!name.empty())
+            hub._subscribers[name] = boost::make_shared<Subscriber>(name);
+        return name;
+    }
+    Subscriber& record(const std::string& name) { return *hub._subscribers.at(name); }
+    void unsubscribe(const std::string& name) { hub._subscribers.erase(name); }
+    void registerCamera(const std::string& name)
+    {
+        hub._cameras[name];
+        if (hub._defaultActiveCamera.empty())
+            hub._defaultActiveCamera = name;
+    }
+    std::string realName(const std::string& name) const { return hub._getRealCameraName(name); }
+    bool subscriberValid(const std::string& n) const { return hub._checkIsSubscriberValid(n); }
+    bool monostream(const std::string& n) const { return hub._checkSubscriberIsMonostream(n); }
+    bool multistream(const std::string& n) const { return hub._checkSubscriberIsMultistream(n); }
+    bool notProcessing(const std::string& n) const { return hub._checkSubscriberIsNotProcessing(n); }
+    bool cameraValid(const std::string& n) const { return hub._checkIsCameraIdValid(n); }
+};
+
+namespace {
+
+TEST(FrameHubFrame, NamesFromAStem)
+{
+    LogCapture log;
+    FrameHubPrivateTestPeer peer;
+    const char* expected[] = { "top_0", "top_1", "top_2", "top_3", "top_4", "top_5", "top_6" };
+    for (const char* name : expected)
+        EXPECT_EQ(peer.subscribe("top"), name);
+    EXPECT_TRUE(log.has(5, "Subscriber name top already in use.\nName id changed to \"top_1\""));
+    EXPECT_TRUE(log.has(5, "Subscriber name top already in use.\nName id changed to \"top_6\""));
+
+    log.clear();
+    EXPECT_EQ(peer.subscribe("top"), "");
+    EXPECT_TRUE(log.has(2, "Could not subscribe module: top\n6 instances of: top have already subscribed to the "
+                           "frame hub.\nPlease unsubscribe before subscribing again to this module."));
+
+    // The lowest free number is reused.
+    peer.unsubscribe("top_3");
+    EXPECT_EQ(peer.subscribe("top"), "top_3");
+    peer.unsubscribe("top_0");
+    log.clear();
+    EXPECT_EQ(peer.subscribe("top"), "top_0");
+    EXPECT_TRUE(log.records().empty()); // first free at _0: no verbose record
+
+    EXPECT_EQ(peer.subscribe("top_0"), "top_0_0");
+    EXPECT_EQ(peer.subscribe(""), "_0");
+    EXPECT_EQ(peer.hub.getSubscribers(),
+              (std::vector<std::string>{ "_0", "top_0", "top_0_0", "top_1", "top_2", "top_3", "top_4", "top_5",
+                                          "top_6" }));
+}
+
+TEST(FrameHubFrame, GuardsAndTheirMessages)
+{
+    LogCapture log;
+    FrameHubPrivateTestPeer peer;
+    peer.subscribe("mono");
+    peer.subscribe("multi");
+    peer.record("multi_0").setActiveCameras({ "a", "b" });
+    peer.registerCamera("front");
+
+    EXPECT_FALSE(peer.subscriberValid("mono"));
+    EXPECT_TRUE(log.has(2, "Subscriber \"mono\" not found. Please verify that you are subscribed to FrameHub."));
+    EXPECT_TRUE(peer.subscriberValid("mono_0"));
+
+    EXPECT_TRUE(peer.monostream("mono_0"));
+    EXPECT_FALSE(peer.monostream("multi_0"));
+    EXPECT_TRUE(log.has(2, "Only mono stream subscribers can call this method. Please verify you have subscribed "
+                           "to FrameHub using subscribeCamera()."));
+    EXPECT_TRUE(peer.multistream("multi_0"));
+    EXPECT_FALSE(peer.multistream("mono_0"));
+    EXPECT_TRUE(log.has(2, "Only multi stream subscribers can call this method. Please verify you have subscribed "
+                           "to FrameHub using subscribeCameras()."));
+
+    EXPECT_TRUE(peer.notProcessing("mono_0"));
+    peer.record("mono_0").setImageBuffer(
+        "front", boost::make_shared<ImageBuffer>("front", Resolution(1, 1), COLORSPACE_Y_8, true));
+    EXPECT_FALSE(peer.notProcessing("mono_0"));
+    EXPECT_TRUE(log.has(2, "Subscriber \"mono_0\" is still processing. Please verify you have release previous "
+                           "image(s)."));
+
+    EXPECT_TRUE(peer.cameraValid("front"));
+    EXPECT_FALSE(peer.cameraValid("Default")); // no alias resolution in the guard
+    EXPECT_TRUE(log.has(2, "Camera \"Default\" not found. Please verify the camera index."));
+    for (const auto& r : log.records())
+        EXPECT_EQ(r.category, "vision.framehub");
+}
+
+TEST(FrameHubFrame, DefaultAlias)
+{
+    FrameHubPrivateTestPeer peer;
+    EXPECT_EQ(peer.hub.getDefaultActiveCamera(), "");
+    EXPECT_EQ(peer.realName("Default"), "");
+    EXPECT_EQ(peer.realName("unknown"), "unknown");
+    EXPECT_TRUE(peer.hub.getCameraIndexes().empty());
+
+    peer.registerCamera("front");
+    peer.registerCamera("back");
+    EXPECT_EQ(peer.hub.getDefaultActiveCamera(), "front");
+    EXPECT_EQ(peer.realName("Default"), "front");
+    EXPECT_EQ(peer.realName("default"), "default"); // the alias is case-sensitive
+    EXPECT_EQ(peer.hub.getCameraIndexes(), (std::vector<std::string>{ "back", "front" }));
+}
+
+TEST(FrameHubFacade, EmptyHub)
+{
+    FrameHub hub;
+    EXPECT_EQ(hub.getDefaultActiveCamera(), "");
+    EXPECT_TRUE(hub.getSubscribers().empty());
+    EXPECT_TRUE(hub.getCameraIndexes().empty());
+    EXPECT_TRUE(hub.isCamera3DPlugged(false));
+    EXPECT_TRUE(hub.isCamera3DPlugged(true));
+}
+
+} // namespace
+} // namespace FrameHub
+} // namespace Kelmo
