@@ -119,3 +119,16 @@ TEST(CameraPreferencesTest, ConstantsAndRefreshRateRule)
 }
 
 } // namespace
+
+#include <framehub/camera_builder.h>
+
+namespace {
+TEST(CameraInfoTest, Defaults)
+{
+    Kelmo::FrameHub::CameraInfo info;
+    EXPECT_TRUE(info.name.empty() && info.model.empty() && info.backendArgument.empty());
+    EXPECT_EQ(info.fieldOfView.horizontal, 0.0f);
+    EXPECT_FALSE(info.horizontalFlip || info.verticalFlip);
+    EXPECT_TRUE(info.resolutions.empty() && info.colorSpaces.empty() && info.frameRates.empty());
+}
+} // namespace
