@@ -8,7 +8,8 @@ namespace Kelmo {
 namespace FrameHub {
 
 // The numbers are public: pipelines use them as bit positions and ranges.
-enum ColorSpace {
+// A fixed underlying type: any number a client casts in is a valid value to test.
+enum ColorSpace : int {
     COLORSPACE_YUV_422 = 0,
     COLORSPACE_YUV_888 = 1,
     COLORSPACE_HSY_888 = 2,
@@ -34,7 +35,7 @@ enum ColorSpace {
     COLORSPACE_UNKNOWN = 22
 };
 
-enum Parameter {
+enum Parameter : int {
     PARAMETER_BRIGHTNESS = 0,
     PARAMETER_CONTRAST = 1,
     PARAMETER_SATURATION = 2,
