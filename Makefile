@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test clean
+.PHONY: all deps configure build test check-sanitizers clean
 
 all: build
 
@@ -20,5 +20,17 @@ build: configure
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure --timeout 600 -j$(JOBS)
 
+# The whole suite under AddressSanitizer with UndefinedBehaviorSanitizer, then
+# under ThreadSanitizer, each in its own build directory.
+check-sanitizers: deps
+	@cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFRAMEHUB_SANITIZE="address;undefined" >/dev/null
+	@cmake --build build-asan -j$(JOBS)
+	@cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+		ctest --output-on-failure --timeout 900 -j$(JOBS)
+	@cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFRAMEHUB_SANITIZE=thread >/dev/null
+	@cmake --build build-tsan -j$(JOBS)
+	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+		ctest --output-on-failure --timeout 900 -j$(JOBS)
+
 clean:
-	rm -rf $(BUILD_DIR)
+	rm -rf $(BUILD_DIR) build-asan build-tsan build-bench

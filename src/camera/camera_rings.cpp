@@ -1,0 +1,365 @@
+// Camera: the raw and converted buffer rings, freshness and hand-out.
+#include "camera.h"
+
+#include "../types/framehub_log.h"
+
+#include <lumo/os.h>
+
+#include <boost/make_shared.hpp>
+#include <boost/thread/locks.hpp>
+
+namespace Kelmo {
+namespace FrameHub {
+
+namespace {
+lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camera");
+
+typedef boost::unique_lock<boost::shared_mutex> ExclusiveLock;
+typedef boost::shared_lock<boost::shared_mutex> SharedLock;
+
+// Every access to lockCount but the release runs under the exclusive lock.
+inline void pin(ImageBuffer& buffer) { ++buffer.lockCount; }
+inline void unpin(ImageBuffer& buffer) { --buffer.lockCount; }
+
+// Newest buffer of the ring that matches; every visited buffer is pinned for
+// the moment of its test, the result keeps its pin.
+template <typename Matches>
+boost::shared_ptr<ImageBuffer> lockNewest(const std::set<boost::shared_ptr<ImageBuffer>>& ring, Matches matches)
+{
+    boost::shared_ptr<ImageBuffer> result;
+    for (const auto& buffer : ring) {
+        pin(*buffer);
+        if (!matches(*buffer)) {
+            unpin(*buffer);
+        } else if (!result) {
+            result = buffer;
+        } else if (buffer->getTimeStamp() > result->getTimeStamp()) {
+            unpin(*result);
+            result = buffer;
+        } else {
+            unpin(*buffer);
+        }
+    }
+    return result;
+}
+
+// Too old when older than one frame period of the asking subscriber, all in
+// milliseconds truncated towards zero; the bound itself is still fresh.
+boost::shared_ptr<ImageBuffer> keepIfFresh(boost::shared_ptr<ImageBuffer> buffer, int64_t seconds,
+                                           int64_t microseconds, int refreshRate)
+{
+    if (!buffer)
+        return buffer;
+    // Rates below 1 never get past negotiation; should one arrive, it must
+    // not divide by zero.
+    const int64_t period = refreshRate > 0 ? 1000 / static_cast<int64_t>(refreshRate) : 0;
+    const int64_t timeStamp = buffer->getTimeStamp();
+    const int64_t stamp = (timeStamp / 1000000) * 1000 + (timeStamp % 1000000) / 1000;
+    const int64_t now = seconds * 1000 + microseconds / 1000;
+    if (stamp + period - now < 0) {
+        unpin(*buffer);
+        return boost::shared_ptr<ImageBuffer>();
+    }
+    return buffer;
+}
+
+} // namespace
+
+// ---- Public ----------------------------------------------------------------
+
+boost::shared_ptr<ImageBuffer> Camera::getImageBuffer(const CameraPreferences& preferences)
+{
+    ExclusiveLock lock(_mutex);
+    return _getImageBuffer(preferences);
+}
+
+boost::shared_ptr<ImageBuffer> Camera::getDirectRawImageBuffer(const CameraPreferences& preferences)
+{
+    ExclusiveLock lock(_mutex);
+    boost::shared_ptr<CameraPreferences> raw = buildDefaultPreferences();
+    raw->setRefreshRate(preferences.getRefreshRate());
+    return _getDirectRawImageBuffer(*raw);
+}
+
+boost::shared_ptr<ImageBuffer> Camera::getDirectRawExtraColorSpaceImageBuffer(const CameraPreferences& preferences)
+{
+    ExclusiveLock lock(_mutex);
+    boost::shared_ptr<CameraPreferences> raw = buildDefaultPreferences();
+    raw->setRefreshRate(preferences.getRefreshRate());
+    return _getDirectRawExtraColorSpaceImageBuffer(*raw);
+}
+
+bool Camera::releaseImageBuffer(boost::shared_ptr<ImageBuffer> buffer)
+{
+    SharedLock lock(_mutex);
+    return _releaseImageBuffer(buffer);
+}
+
+// ---- Fetching ----------------------------------------------------------------
+
+boost::shared_ptr<ImageBuffer> Camera::_getImageBuffer(const CameraPreferences& preferences)
+{
+    boost::shared_ptr<ImageBuffer> converted = _getTheNewestValidBuffer(preferences);
+    if (converted)
+        return converted;
+
+    // The answer does not change the scan: a raw frame is only taken as it
+    // stands when its colour space is the requested one.
+    isExtraColorSpace(preferences.getColorSpace());
+    boost::shared_ptr<ImageBuffer> raw = _getTheNewestValidRawBuffer(preferences);
+    if (!raw)
+        return _getConvertedRawBuffer(preferences);
+
+    boost::shared_ptr<ImageBuffer> target = _lockOldestBufferForEditing(preferences);
+    if (!target) {
+        unpin(*raw);
+        return target;
+    }
+    if (_convertImage(preferences, raw, target)) {
+        unpin(*raw);
+        return target;
+    }
+    unpin(*raw);
+    unpin(*target);
+    return boost::shared_ptr<ImageBuffer>();
+}
+
+boost::shared_ptr<ImageBuffer> Camera::_getConvertedRawBuffer(const CameraPreferences& preferences)
+{
+    boost::shared_ptr<ImageBuffer> source = isExtraColorSpace(preferences.getColorSpace())
+                                                ? _getDirectRawExtraColorSpaceImageBuffer(preferences)
+                                                : _getDirectRawImageBuffer(preferences);
+    if (!source)
+        return source;
+    boost::shared_ptr<ImageBuffer> target = _lockOldestBufferForEditing(preferences);
+    if (!target)
+        return target; // the source stays pinned on this path
+    if (_convertImage(preferences, source, target)) {
+        _releaseImageBuffer(source);
+        return target;
+    }
+    unpin(*target);
+    _releaseImageBuffer(source);
+    return boost::shared_ptr<ImageBuffer>();
+}
+
+boost::shared_ptr<ImageBuffer> Camera::_getDirectRawImageBuffer(const CameraPreferences& preferences)
+{
+    boost::shared_ptr<ImageBuffer> fresh = _getTheNewestValidRawBuffer(preferences);
+    if (fresh)
+        return fresh;
+
+    if (++_rawFailureCount > 4) {
+        FRAMEHUB_LOG(logCategory, 2) << "Can't get image from " << _name << ". Restart the camera.";
+        _reset();
+        _rawFailureCount = 0;
+    }
+    if (!_start()) {
+        FRAMEHUB_LOG(logCategory, 2) << "Can't start " << _name << " to get a new image.";
+        return boost::shared_ptr<ImageBuffer>();
+    }
+    boost::shared_ptr<ImageBuffer> buffer = _lockOldestRawBufferForEditing(preferences);
+    if (!buffer)
+        return buffer;
+    buffer->setFielOfView(getFieldOfView());
+    if (!_getDirectRawImage(buffer)) {
+        unpin(*buffer);
+        return boost::shared_ptr<ImageBuffer>();
+    }
+    _rawFailureCount = 0;
+    return buffer;
+}
+
+boost::shared_ptr<ImageBuffer> Camera::_getDirectRawExtraColorSpaceImageBuffer(const CameraPreferences& preferences)
+{
+    boost::shared_ptr<ImageBuffer> fresh = _getTheNewestValidRawBuffer(preferences);
+    if (fresh)
+        return fresh;
+
+    if (++_extraRawFailureCount > 4) {
+        FRAMEHUB_LOG(logCategory, 2) << "Can't get image from " << _name << ". Restart the camera.";
+        _reset();
+        _extraRawFailureCount = 0;
+    }
+    if (!_start()) {
+        FRAMEHUB_LOG(logCategory, 2) << "Can't start " << _name << " to get a new image.";
+        return boost::shared_ptr<ImageBuffer>();
+    }
+    boost::shared_ptr<ImageBuffer> buffer = _lockOldestRawBufferForEditing(preferences);
+    if (!buffer)
+        return buffer;
+    buffer->setColorSpace(preferences.getColorSpace());
+    buffer->setFielOfView(getFieldOfView());
+    if (!_getExtraColorSpaceBuffer(preferences, buffer)) {
+        unpin(*buffer);
+        return boost::shared_ptr<ImageBuffer>();
+    }
+    _extraRawFailureCount = 0;
+    return buffer;
+}
+
+bool Camera::_getExtraColorSpaceBuffer(const CameraPreferences&, boost::shared_ptr<ImageBuffer>) { return false; }
+
+// ---- Reading -----------------------------------------------------------------
+
+boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidBuffer(const CameraPreferences& preferences)
+{
+    lumo::os::timeval now;
+    lumo::os::gettimeofday(&now);
+    return keepIfFresh(_lockTheNewestBufferForReading(preferences), now.tv_sec, now.tv_usec,
+                       preferences.getRefreshRate());
+}
+
+boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidRawBuffer(const CameraPreferences& preferences)
+{
+    lumo::os::timeval now;
+    lumo::os::gettimeofday(&now);
+    return keepIfFresh(_lockTheNewestRawBufferForReading(preferences), now.tv_sec, now.tv_usec,
+                       preferences.getRefreshRate());
+}
+
+boost::shared_ptr<ImageBuffer> Camera::_lockTheNewestBufferForReading(const CameraPreferences& preferences)
+{
+    const Resolution resolution = preferences.getResolution();
+    const ColorSpace colorSpace = preferences.getColorSpace();
+    return lockNewest(_buffers, [&](const ImageBuffer& b) {
+        return b.getResolution() == resolution && b.getColorSpace() == colorSpace;
+    });
+}
+
+boost::shared_ptr<ImageBuffer> Camera::_lockTheNewestRawBufferForReading(const CameraPreferences& preferences)
+{
+    const ColorSpace colorSpace = preferences.getColorSpace();
+    return lockNewest(_rawBuffers, [&](const ImageBuffer& b) { return b.getColorSpace() == colorSpace; });
+}
+
+// ---- Writing -----------------------------------------------------------------
+
+// "Oldest" is the first free buffer in set order; no time stamp is compared.
+boost::shared_ptr<ImageBuffer> Camera::_lockOldestBufferForEditing(const CameraPreferences& preferences)
+{
+    for (int pass = 0; pass < 2; ++pass) {
+        for (const auto& buffer : _buffers) {
+            if (buffer->lockCount == 0 && buffer->isPreferencesValid(preferences)) {
+                buffer->lockCount = 1;
+                return buffer;
+            }
+        }
+        if (pass == 0 && !_increaseBufferNumber(preferences))
+            break;
+    }
+    FRAMEHUB_LOG(logCategory, 2) << "No buffer available for editing.";
+    return boost::shared_ptr<ImageBuffer>();
+}
+
+boost::shared_ptr<ImageBuffer> Camera::_lockOldestRawBufferForEditing(const CameraPreferences& preferences)
+{
+    for (int pass = 0; pass < 2; ++pass) {
+        for (const auto& buffer : _rawBuffers) {
+            if (buffer->lockCount == 0) {
+                buffer->lockCount = 1;
+                return buffer;
+            }
+        }
+        if (pass == 0 && !_increaseRawBufferNumber(preferences))
+            break;
+    }
+    FRAMEHUB_LOG(logCategory, 2) << "No buffer available for editing.";
+    return boost::shared_ptr<ImageBuffer>();
+}
+
+// ---- Growing and shrinking ---------------------------------------------------
+
+bool Camera::_increaseBufferNumber(const CameraPreferences& preferences)
+{
+    boost::shared_ptr<ImageBuffer> buffer =
+        boost::make_shared<ImageBuffer>(getName(), preferences.getResolution(), preferences.getColorSpace(), true);
+    // Allocate now rather than at the first frame.
+    if (!buffer || !buffer->getData()) {
+        FRAMEHUB_LOG(logCategory, 2) << _name << ": Impossible to add a buffer";
+        return false;
+    }
+    buffer->setFielOfView(getFieldOfView());
+    _buffers.insert(buffer);
+    return true;
+}
+
+bool Camera::_increaseRawBufferNumber(const CameraPreferences&)
+{
+    boost::shared_ptr<ImageBuffer> buffer = boost::make_shared<ImageBuffer>(
+        getName(), *_nativelySupportedResolutions.rbegin(), *_nativelySupportedColorSpaces.rbegin(), true);
+    if (!buffer || !buffer->getData()) {
+        FRAMEHUB_LOG(logCategory, 2) << _name << ": Impossible to add a new raw buffer";
+        return false;
+    }
+    buffer->setFielOfView(getFieldOfView());
+    _rawBuffers.insert(buffer);
+    return true;
+}
+
+bool Camera::_decreaseBufferNumber(const CameraPreferences& preferences)
+{
+    for (BufferRing::iterator it = _buffers.begin(); it != _buffers.end(); ++it) {
+        if ((*it)->isPreferencesValid(preferences) && (*it)->lockCount == 0) {
+            _buffers.erase(it);
+            break;
+        }
+    }
+    return true;
+}
+
+bool Camera::_decreaseRawBufferNumber()
+{
+    for (BufferRing::iterator it = _rawBuffers.begin(); it != _rawBuffers.end(); ++it) {
+        if ((*it)->lockCount == 0) {
+            _rawBuffers.erase(it);
+            break;
+        }
+    }
+    return true;
+}
+
+bool Camera::_decreaseAllBufferNumber(const CameraPreferences& preferences)
+{
+    const bool raw = _decreaseRawBufferNumber();
+    const bool converted = _decreaseBufferNumber(preferences);
+    return raw && converted;
+}
+
+// ---- Releasing -----------------------------------------------------------------
+
+bool Camera::_releaseImageBuffer(boost::shared_ptr<ImageBuffer> buffer)
+{
+    if (!buffer)
+        return false;
+    if (_rawBuffers.count(buffer) == 0 && _buffers.count(buffer) == 0)
+        return false;
+    // Releases run side by side under the shared lock: the one decrement that
+    // is not serialised by the exclusive lock must not lose a count.
+    __atomic_fetch_sub(&buffer->lockCount, 1, __ATOMIC_ACQ_REL);
+    return true;
+}
+
+bool Camera::_cleanImageBuffers()
+{
+    int visited = 0;
+    for (const auto& buffer : _rawBuffers) {
+        if (buffer->lockCount != 0)
+            FRAMEHUB_LOG(logCategory, 3) << "Internal error, a direct raw image buffer lock has not been released.";
+        buffer->lockCount = 0;
+        ++visited;
+    }
+    while (!_rawBuffers.empty())
+        _decreaseRawBufferNumber();
+    for (const auto& buffer : _buffers) {
+        if (buffer->lockCount != 0)
+            FRAMEHUB_LOG(logCategory, 3) << "Internal error, an image buffer lock has not been released.";
+        buffer->lockCount = 0;
+        ++visited;
+    }
+    _buffers.clear();
+    return visited == 0;
+}
+
+} // namespace FrameHub
+} // namespace Kelmo
