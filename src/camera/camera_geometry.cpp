@@ -13,7 +13,7 @@ bool isPoint(const std::vector<float>& values, const char* operation)
 {
     if (values.size() == 2)
         return true;
-    FRAMEHUB_LOG(logCategory, 2) << operation << "(): Invalid parameter size\nPlease provide a 2D Point.";
+    FRAMEHUB_LOG_AS(logCategory, 2, operation) << operation << "(): Invalid parameter size\nPlease provide a 2D Point.";
     return false;
 }
 
@@ -21,8 +21,8 @@ bool isInfo(const std::vector<float>& values, const char* operation)
 {
     if (values.size() == 4)
         return true;
-    FRAMEHUB_LOG(logCategory, 2) << operation << "(): Invalid parameter size (expected 4, actual " << values.size()
-                                 << ").";
+    FRAMEHUB_LOG_AS(logCategory, 2, operation) << operation << "(): Invalid parameter size (expected 4, actual "
+                                               << values.size() << ").";
     return false;
 }
 } // namespace
