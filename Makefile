@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test check-sanitizers clean
+.PHONY: all deps configure build test check-sanitizers bench clean
 
 all: build
 
@@ -31,6 +31,14 @@ check-sanitizers: deps
 	@cmake --build build-tsan -j$(JOBS)
 	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
 		ctest --output-on-failure --timeout 900 -j$(JOBS)
+
+# Benchmarks in a Release build of their own: the 2D conversions against
+# memcpy, OpenCV and libyuv (medians of three runs and the ratio summary).
+bench: deps
+	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DFRAMEHUB_BUILD_BENCH=ON -DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
+	@cmake --build build-bench -j$(JOBS)
+	@build-bench/bench/conversion_bench --benchmark_color=false --benchmark_min_time=0.2 \
+		--benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 
 clean:
 	rm -rf $(BUILD_DIR) build-asan build-tsan build-bench

@@ -63,6 +63,25 @@ CameraPreferences Camera::_getExpectedImageParameters()
     return CameraPreferences(CameraPreferences::defaultResolution, CameraPreferences::defaultColorSpace, 0);
 }
 
+bool Camera::_stampConvertedBuffer(const CameraPreferences& preferences, const boost::shared_ptr<ImageBuffer>& source,
+                                  const boost::shared_ptr<ImageBuffer>& destination, lumo::log::CategoryType category,
+                                  const char* noSource, const char* noDestination)
+{
+    if (!source || !source->getData()) {
+        FRAMEHUB_LOG_AS(category, 2, "_convertImage") << noSource;
+        return false;
+    }
+    if (!destination || !destination->getData()) {
+        FRAMEHUB_LOG_AS(category, 2, "_convertImage") << noDestination;
+        return false;
+    }
+    destination->setResolution(preferences.getResolution());
+    destination->setColorSpace(preferences.getColorSpace());
+    destination->setTimeStamp(source->getTimeStamp());
+    destination->setFielOfView(source->getFieldOfView());
+    return true;
+}
+
 // ---- Public wrappers -------------------------------------------------------
 
 bool Camera::open()

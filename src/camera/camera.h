@@ -5,6 +5,8 @@
 #include <framehub/frame_hub_type.h>
 #include <framehub/image_buffer.h>
 
+#include <lumo/log.h>
+
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/shared_mutex.hpp>
 
@@ -139,6 +141,14 @@ protected:
                                boost::shared_ptr<ImageBuffer> convertedBuffer) = 0;
     virtual bool _putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data);
     virtual CameraPreferences _getExpectedImageParameters();
+
+    // The head every pipeline's _convertImage shares: each buffer must hold a
+    // block (else the given message, in the pipeline's category), then the
+    // destination takes the requested format and the source's time stamp and
+    // field of view, before anything else can fail.
+    static bool _stampConvertedBuffer(const CameraPreferences& preferences, const boost::shared_ptr<ImageBuffer>& source,
+                                      const boost::shared_ptr<ImageBuffer>& destination,
+                                      lumo::log::CategoryType category, const char* noSource, const char* noDestination);
 
     // State machine.
     bool _open();

@@ -1,0 +1,89 @@
+#ifndef FRAMEHUB_BENCH_BENCH_SUPPORT_H
+#define FRAMEHUB_BENCH_BENCH_SUPPORT_H
+
+// What the conversion benchmarks share: naming, counters, the memcpy
+// baseline, and a reporter that keeps the table and remembers times so that
+// a summary of ratios can follow it.
+#include <framehub/frame_hub_type.h>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+inline std::string sizeName(const Kelmo::FrameHub::Resolution& r)
+{
+    return std::to_string(r.width) + "x" + std::to_string(r.height);
+}
+
+inline std::string memcpyName(uint64_t bytes) { return "memcpy/" + std::to_string(bytes); }
+
+// Bytes and pixels per second of the run.
+inline void count(benchmark::State& state, uint64_t pixels, uint64_t bytes)
+{
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+    state.counters["pixels_per_second"] =
+        benchmark::Counter(static_cast<double>(pixels), benchmark::Counter::kIsIterationInvariantRate);
+}
+
+// The limit a conversion of that many output bytes is judged against.
+inline void memcpyBench(benchmark::State& state, uint64_t bytes)
+{
+    std::vector<uint8_t> from(bytes, 1), to(bytes);
+    for (auto _ : state) {
+        std::memcpy(to.data(), from.data(), bytes);
+        benchmark::ClobberMemory();
+    }
+    count(state, 0, bytes);
+}
+
+// Keeps the console table (without colour codes) and remembers seconds per
+// iteration by name; with repetitions the median wins.
+class Collector : public benchmark::ConsoleReporter {
+public:
+    Collector()
+        : benchmark::ConsoleReporter(OO_Tabular)
+    {
+    }
+
+    std::map<std::string, double> seconds;
+
+    double at(const std::string& name) const
+    {
+        const auto it = seconds.find(name);
+        return it == seconds.end() ? 0.0 : it->second;
+    }
+
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        benchmark::ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.error_occurred || (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median"))
+                continue;
+            seconds[run.run_name.str()] = run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+        }
+    }
+};
+
+// Registers, runs with the command line's options, then prints the summary.
+inline int runWithSummary(int argc, char** argv, void (*registerAll)(), void (*printSummary)(const Collector&))
+{
+    registerAll();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    Collector collector;
+    benchmark::RunSpecifiedBenchmarks(&collector);
+    printSummary(collector);
+    benchmark::Shutdown();
+    return 0;
+}
+
+} // namespace bench
+
+#endif

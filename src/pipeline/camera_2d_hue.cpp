@@ -1,0 +1,386 @@
+// Hue and saturation straight from the chroma bytes, in integers: a hue on
+// a 256-step wheel (0 red, 85 green, 171 blue) shared by the two pixels of a
+// macro-pixel, and a saturation for each pixel from its own luma.
+#include "pipeline/camera_2d.h"
+#include "pipeline/camera_2d_simd.h"
+
+#include <cstdint>
+
+namespace Kelmo {
+namespace FrameHub {
+
+namespace {
+
+typedef uint64_t Size;
+
+// What the chroma of one macro-pixel decides. The saturation of a pixel is
+// numerator / (298 Y + denominatorBase), except for grey (no division).
+struct Chroma {
+    int32_t hue;
+    int32_t numerator;
+    int32_t denominatorBase;
+    bool grey;
+};
+
+// Differences of primaries in fixed point (8 fractional bits); the green
+// coefficients are exchanged against the RGB targets on purpose: that is
+// this hue. a + b == c.
+inline Chroma classify(int32_t u, int32_t v)
+{
+    const int32_t a = 208 * u + 509 * v - 91776; // red - green
+    const int32_t b = -724 * u - 100 * v + 105472; // green - blue
+    const int32_t c = -516 * u + 409 * v + 13696; // red - blue
+    // Primaries plus one, less 298 Y: never 0 where they are used.
+    const int32_t red = 409 * v - 57119;
+    const int32_t green = -208 * u - 100 * v + 34657;
+    const int32_t blue = 516 * u - 70815;
+
+    // The -1 of the sextant below red keeps 0 for the one above it.
+    if (a > 0 && b > 0)
+        return Chroma { 85 * b / (2 * c), 255 * c, red, false };
+    if (a > 0 && c > 0)
+        return Chroma { 85 * b / (2 * a) - 1, 255 * a, red, false };
+    if (a > 0)
+        return Chroma { 85 * a / (-2 * b) - 85, -255 * b, blue, false };
+    if (b < 0)
+        return Chroma { 85 * a / (-2 * c) - 85, -255 * c, blue, false };
+    if (c > 0)
+        return Chroma { -85 * c / (2 * b) + 85, 255 * b, green, false };
+    if (a < 0)
+        return Chroma { 85 * c / (2 * a) + 85, -255 * a, green, false };
+    return Chroma { 0, 0, 0, true }; // U and V both 128
+}
+
+inline uint8_t saturation(const Chroma& chroma, int32_t y)
+{
+    if (chroma.grey)
+        return 0;
+    const int32_t s = chroma.numerator / (298 * y + chroma.denominatorBase);
+    return static_cast<uint8_t>(s <= 0 ? 0 : s > 255 ? 255 : s);
+}
+
+// Full saturation and value for a hue byte, written blue, green, red.
+inline void wheel(uint8_t h, uint8_t* out)
+{
+    const int32_t x = h;
+    uint8_t c0, c1, c2;
+    if (h <= 42) {
+        c0 = 0, c1 = static_cast<uint8_t>(6 * x), c2 = 255;
+    } else if (h <= 84) {
+        c0 = 0, c1 = 255, c2 = static_cast<uint8_t>(1 - 6 * x);
+    } else if (h <= 126) {
+        c0 = static_cast<uint8_t>(6 * x + 2), c1 = 255, c2 = 0;
+    } else if (h <= 168) {
+        c0 = 255, c1 = static_cast<uint8_t>(-6 * x - 7), c2 = 0;
+    } else if (h <= 210) {
+        c0 = 255, c1 = 0, c2 = static_cast<uint8_t>(6 * x + 10);
+    } else if (h <= 253) {
+        c0 = static_cast<uint8_t>(-6 * x - 15), c1 = 0, c2 = 255;
+    } else {
+        c0 = 0, c1 = 0, c2 = 255;
+    }
+    out[0] = c0;
+    out[1] = c1;
+    out[2] = c2;
+}
+
+enum Output { OUT_H, OUT_S, OUT_HSY, OUT_HSMIXED, OUT_H2RGB };
+
+constexpr Size bytesPerPixel(Output out) { return out == OUT_H || out == OUT_S ? 1 : 3; }
+
+// One macro-pixel every step bytes gives two destination pixels.
+template <Output out> void hueRow(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
+{
+    for (Size i = 0; i < pairs; ++i) {
+        const uint8_t* m = src + step * i;
+        const Chroma chroma = classify(m[1], m[3]);
+        const uint8_t h = static_cast<uint8_t>(chroma.hue);
+        uint8_t* p = dst + 2 * bytesPerPixel(out) * i;
+        if (out == OUT_H) {
+            p[0] = h;
+            p[1] = h;
+        } else if (out == OUT_S) {
+            p[0] = saturation(chroma, m[0]);
+            p[1] = saturation(chroma, m[2]);
+        } else if (out == OUT_HSY) {
+            p[0] = h;
+            p[1] = saturation(chroma, m[0]);
+            p[2] = m[0];
+            p[3] = h;
+            p[4] = saturation(chroma, m[2]);
+            p[5] = m[2];
+        } else if (out == OUT_HSMIXED) {
+            // The third byte is the hue again, not the luma.
+            p[0] = h;
+            p[1] = saturation(chroma, m[0]);
+            p[2] = h;
+            p[3] = h;
+            p[4] = saturation(chroma, m[2]);
+            p[5] = h;
+        } else {
+            wheel(h, p);
+            p[3] = p[0];
+            p[4] = p[1];
+            p[5] = p[2];
+        }
+    }
+}
+
+#ifdef FRAMEHUB_VECTOR
+using namespace simd;
+
+constexpr int sameWord[4] = { 0, 1, 2, 3 };
+
+// The clamped quotient of non-negative numerators by their denominators,
+// 0 where the denominator is not positive. The reciprocal estimate is off by
+// at most 1.5 2^-12 relative; the numerator comes scaled up by 2^-10, so
+// that the estimate is never below the quotient and, below 255, at most one
+// above it, which one product corrects. Above 255 it stays above, which is
+// all the clamp needs.
+FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m256i den)
+{
+    const __m256i q0 = _mm256_cvttps_epi32(_mm256_mul_ps(scaledNumF, _mm256_rcp_ps(_mm256_cvtepi32_ps(den))));
+    const __m256i q = _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
+    return _mm256_and_si256(
+        _mm256_min_epi32(q, _mm256_set1_epi32(255)), _mm256_cmpgt_epi32(den, _mm256_setzero_si256()));
+}
+
+// The case table for eight macro-pixels at once. Within the sextant of the
+// largest primary the hue quotient is 85 X / 2 Y, where Y, the largest
+// primary less the smallest, is the largest of |a|, |b|, |c|, and X is the
+// difference that does not involve the largest; the saturation numerator
+// is 255 Y. Grey has X = Y = 0.
+template <bool wantHue, bool wantSaturation>
+FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
+{
+    static constexpr ByteMask uvMask = halvesMask(sameWord, 1, 3), yyMask = halvesMask(sameWord, 0, 2);
+    const __m256i uv = _mm256_shuffle_epi8(m, loadMask(uvMask));
+    const __m256i a = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(208, 509)), _mm256_set1_epi32(-91776));
+    const __m256i b = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(-724, -100)), _mm256_set1_epi32(105472));
+    const __m256i c = _mm256_add_epi32(a, b);
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i aP = _mm256_cmpgt_epi32(a, zero), aN = _mm256_cmpgt_epi32(zero, a);
+    const __m256i bP = _mm256_cmpgt_epi32(b, zero), bN = _mm256_cmpgt_epi32(zero, b);
+    const __m256i cP = _mm256_cmpgt_epi32(c, zero);
+    // Cases 1-2, 3-4 and 5-6 of the table; what is left is grey.
+    const __m256i red = _mm256_and_si256(aP, cP);
+    const __m256i blue = _mm256_or_si256(_mm256_andnot_si256(cP, aP), _mm256_andnot_si256(aP, bN));
+    const __m256i green = _mm256_andnot_si256(_mm256_or_si256(aP, bN), _mm256_or_si256(cP, aN));
+    const __m256i absA = _mm256_abs_epi32(a), absB = _mm256_abs_epi32(b), absC = _mm256_abs_epi32(c);
+    const __m256i y = _mm256_max_epi32(absA, _mm256_max_epi32(absB, absC));
+    const __m256 yF = _mm256_cvtepi32_ps(y);
+
+    if constexpr (wantHue) {
+        const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(absC, absA, blue), absB, red);
+        // Exact: 85 X and 2 Y are below 2^24 and the quotient below 43.
+        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(85.0f));
+        const __m256 d = _mm256_max_ps(_mm256_add_ps(yF, yF), _mm256_set1_ps(1.0f));
+        const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, d));
+        const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2
+        const __m256i negative
+            = _mm256_or_si256(_mm256_or_si256(redBelow, _mm256_andnot_si256(aP, blue)), _mm256_and_si256(green, cP));
+        const __m256i offset = _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(green, _mm256_set1_epi32(85)),
+                                                   _mm256_and_si256(blue, _mm256_set1_epi32(-85))),
+            redBelow);
+        const __m256i value = _mm256_add_epi32(offset, _mm256_sub_epi32(_mm256_xor_si256(q, negative), negative));
+        hue = _mm256_and_si256(value, _mm256_set1_epi32(0xFF));
+    }
+    if constexpr (wantSaturation) {
+        const __m256i base = _mm256_blendv_epi8(
+            _mm256_blendv_epi8(_mm256_add_epi32(_mm256_madd_epi16(uv, factors(-208, -100)), _mm256_set1_epi32(34657)),
+                _mm256_add_epi32(_mm256_madd_epi16(uv, factors(516, 0)), _mm256_set1_epi32(-70815)), blue),
+            _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, 409)), _mm256_set1_epi32(-57119)), red);
+        const __m256i yy = _mm256_shuffle_epi8(m, loadMask(yyMask));
+        const __m256i num = _mm256_sub_epi32(_mm256_slli_epi32(y, 8), y);
+        const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(255.0f * (1.0f + 1.0f / 1024)));
+        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(298, 0)), base));
+        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, 298)), base));
+    }
+}
+
+FRAMEHUB_AVX2 inline __m256i above(__m256i h, int16_t threshold)
+{
+    return _mm256_cmpgt_epi16(h, _mm256_set1_epi16(threshold));
+}
+
+FRAMEHUB_AVX2 inline __m256i plus(__m256i p, int16_t k) { return _mm256_add_epi16(p, _mm256_set1_epi16(k)); }
+FRAMEHUB_AVX2 inline __m256i minus(__m256i p, int16_t k) { return _mm256_sub_epi16(_mm256_set1_epi16(k), p); }
+
+// The wheel row by row of its table, as a chain of selections by threshold,
+// for the hues of two blocks at once in 16-bit lanes. The words of the two
+// blocks come back as C0 | C1 << 8 | C2 << 16.
+FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA, __m256i& wordsB)
+{
+    const __m256i h = _mm256_packus_epi32(hueA, hueB); // lanes: A0-3 B0-3 | A4-7 B4-7
+    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(6));
+    const __m256i full = _mm256_set1_epi16(255), none = _mm256_setzero_si256();
+    const __m256i s1 = above(h, 42), s2 = above(h, 84), s3 = above(h, 126), s4 = above(h, 168), s5 = above(h, 210),
+                  s6 = above(h, 253);
+    __m256i c0 = _mm256_blendv_epi8(none, plus(p, 2), s2);
+    c0 = _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_blendv_epi8(c0, full, s3), minus(p, -15), s5), none, s6);
+    __m256i c1 = _mm256_blendv_epi8(_mm256_blendv_epi8(p, full, s1), minus(p, -7), s3);
+    c1 = _mm256_blendv_epi8(c1, none, s4);
+    __m256i c2 = _mm256_blendv_epi8(_mm256_blendv_epi8(full, minus(p, 1), s1), none, s2);
+    c2 = _mm256_blendv_epi8(_mm256_blendv_epi8(c2, plus(p, 10), s4), full, s5);
+    const __m256i low = _mm256_set1_epi16(0xFF);
+    const __m256i c01 = _mm256_or_si256(_mm256_and_si256(c0, low), _mm256_slli_epi16(c1, 8));
+    c2 = _mm256_and_si256(c2, low);
+    wordsA = _mm256_unpacklo_epi16(c01, c2);
+    wordsB = _mm256_unpackhi_epi16(c01, c2);
+}
+
+// Shuffles laying out six bytes a macro-pixel, 24 a lane: the head takes
+// output bytes 0-15, the tail 16-23. Pattern entries 0-2 pick bytes of the
+// computed word, 4-7 bytes of the source word.
+constexpr ByteMask sixBytesMask(const int (&pattern)[6], bool fromSource, bool tail)
+{
+    ByteMask mask {};
+    for (int i = 0; i < 32; ++i)
+        mask.b[i] = -1;
+    for (int lane = 0; lane < 2; ++lane)
+        for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
+            const int e = pattern[o % 6];
+            if ((e >= 4) == fromSource)
+                mask.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(4 * (o / 6) + e % 4);
+        }
+    return mask;
+}
+
+template <Output out> struct Layout;
+template <> struct Layout<OUT_HSY> {
+    static constexpr int pattern[6] = { 0, 1, 4, 0, 2, 6 }; // H S0 Y0 H S1 Y1
+};
+template <> struct Layout<OUT_HSMIXED> {
+    static constexpr int pattern[6] = { 0, 1, 0, 0, 2, 0 }; // H S0 H H S1 H
+};
+template <> struct Layout<OUT_H2RGB> {
+    static constexpr int pattern[6] = { 0, 1, 2, 0, 1, 2 }; // C0 C1 C2 twice
+};
+
+template <Output out> FRAMEHUB_AVX2 inline void storeSixBytes(uint8_t* dst, __m256i computed, __m256i source)
+{
+    static constexpr ByteMask head = sixBytesMask(Layout<out>::pattern, false, false),
+                              tail = sixBytesMask(Layout<out>::pattern, false, true),
+                              headSource = sixBytesMask(Layout<out>::pattern, true, false),
+                              tailSource = sixBytesMask(Layout<out>::pattern, true, true);
+    __m256i h = _mm256_shuffle_epi8(computed, loadMask(head));
+    __m256i t = _mm256_shuffle_epi8(computed, loadMask(tail));
+    if constexpr (out == OUT_HSY) {
+        h = _mm256_or_si256(h, _mm256_shuffle_epi8(source, loadMask(headSource)));
+        t = _mm256_or_si256(t, _mm256_shuffle_epi8(source, loadMask(tailSource)));
+    }
+    storeTwentyFourPerLane(dst, h, t);
+}
+
+// Two bytes a macro-pixel from the low 16 bits of each word.
+FRAMEHUB_AVX2 inline void storeTwoBytes(uint8_t* dst, __m256i words)
+{
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(words, words), _MM_SHUFFLE(3, 1, 2, 0));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm256_castsi256_si128(packed));
+}
+
+template <Output out, Fetch fetch>
+FRAMEHUB_AVX2 Size hueBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
+{
+    constexpr bool wantHue = out != OUT_S;
+    constexpr bool wantSaturation = out != OUT_H && out != OUT_H2RGB;
+    constexpr Size outStep = 2 * bytesPerPixel(out);
+    const __m256i offsets = gatherOffsets(step);
+    Size i = 0;
+    if constexpr (out == OUT_H2RGB) {
+        // Blocks in twos, so that the wheel runs on full 16-bit lanes.
+        __m256i unused;
+        for (; i + 8 <= pairs; i += 16) {
+            const bool both = i + 16 <= pairs;
+            const __m256i m = fetchWords<fetch>(src + step * i, offsets);
+            const __m256i n = both ? fetchWords<fetch>(src + step * (i + 8), offsets) : m;
+            __m256i h, g, wordsA, wordsB;
+            classifyAvx2<true, false>(m, h, unused, unused);
+            classifyAvx2<true, false>(n, g, unused, unused);
+            wheelAvx2(h, g, wordsA, wordsB);
+            storeSixBytes<out>(dst + outStep * i, wordsA, m);
+            if (!both)
+                return i + 8;
+            storeSixBytes<out>(dst + outStep * (i + 8), wordsB, n);
+        }
+        return i;
+    }
+    for (; i + 8 <= pairs; i += 8) {
+        const __m256i m = fetchWords<fetch>(src + step * i, offsets);
+        __m256i h, s0, s1;
+        classifyAvx2<wantHue, wantSaturation>(m, h, s0, s1);
+        uint8_t* p = dst + outStep * i;
+        if constexpr (out == OUT_H)
+            storeTwoBytes(p, _mm256_or_si256(h, _mm256_slli_epi32(h, 8)));
+        else if constexpr (out == OUT_S)
+            storeTwoBytes(p, _mm256_or_si256(s0, _mm256_slli_epi32(s1, 8)));
+        else
+            storeSixBytes<out>(
+                p, _mm256_or_si256(_mm256_or_si256(h, _mm256_slli_epi32(s0, 8)), _mm256_slli_epi32(s1, 16)), m);
+    }
+    return i;
+}
+
+template <Output out>
+FRAMEHUB_AVX2 void hueRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
+{
+    const Size i = step == 4    ? hueBlocks<out, FETCH_ADJACENT>(src, dst, pairs, step)
+        : step == 8             ? hueBlocks<out, FETCH_EVERY_OTHER>(src, dst, pairs, step)
+        : step <= maxGatherStep ? hueBlocks<out, FETCH_GATHER>(src, dst, pairs, step)
+                                : 0;
+    hueRow<out>(src + step * i, dst + 2 * bytesPerPixel(out) * i, pairs - i, step);
+}
+#endif
+
+// The source row start moves by 2 w r r bytes: r rows when W is r w, and a
+// slant otherwise, kept as it is.
+template <Output out> void huePlane(ImageBuffer& source, ImageBuffer& destination)
+{
+    const Resolution size = destination.getResolution();
+    if (size.height == 0)
+        return;
+    const Size w = size.width;
+    const Size r = source.getResolution().width / w;
+    const Size pairs = (w + 1) / 2;
+    const uint8_t* src = source.getData();
+    uint8_t* dst = destination.getData();
+    const auto row = FRAMEHUB_FASTEST(&hueRowAvx2<out>, &hueRow<out>);
+    for (Size j = 0; j < size.height; ++j)
+        row(src + j * 2 * w * r * r, dst + j * bytesPerPixel(out) * w, pairs, 4 * r);
+}
+
+} // namespace
+
+bool Camera2D::convertYUV422toH8(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    huePlane<OUT_H>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toS8(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    huePlane<OUT_S>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toHSY888(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    huePlane<OUT_HSY>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toHSMixed888(
+    boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    huePlane<OUT_HSMIXED>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toH2RGB(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    huePlane<OUT_H2RGB>(*source, *destination);
+    return true;
+}
+
+} // namespace FrameHub
+} // namespace Kelmo

@@ -1,0 +1,345 @@
+// Targets made of red, green and blue. At a width ratio of 1 the colour
+// targets go through the library conversion and the planes through an exact
+// per-pixel formula; a downscale uses one cheaper formula for all five, one
+// set of multiplications a macro-pixel. The two paths are meant to differ.
+#include "pipeline/camera_2d.h"
+#include "pipeline/camera_2d_simd.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include <cstdint>
+
+namespace Kelmo {
+namespace FrameHub {
+
+namespace {
+
+typedef uint64_t Size;
+
+enum Output { OUT_RGB, OUT_BGR, OUT_R, OUT_G, OUT_B };
+
+constexpr Size bytesPerPixel(Output out) { return out == OUT_RGB || out == OUT_BGR ? 3 : 1; }
+
+// Fixed point with 8 fractional bits; the shift floors, so white gives 254.
+inline uint8_t finish(int32_t value)
+{
+    value >>= 8;
+    return static_cast<uint8_t>(value <= 0 ? 0 : value > 255 ? 255 : value);
+}
+
+inline int32_t redTerm(int32_t, int32_t v) { return 409 * v; }
+inline int32_t greenTerm(int32_t u, int32_t v) { return -100 * u - 208 * v; }
+inline int32_t blueTerm(int32_t u, int32_t) { return 516 * u; }
+
+// One destination pixel from the macro-pixel at each step: the mean of its
+// two lumas with its chroma. RGB truncates the luma sum before the gain and
+// BGR does not, so the two may differ by one.
+template <Output out> void downscaleRow(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
+{
+    for (Size k = 0; k < n; ++k) {
+        const uint8_t* m = src + step * k;
+        const int32_t sum = m[0] + m[2] - 32;
+        const int32_t luma = out == OUT_RGB ? 298 * (sum / 2) : 149 * sum;
+        const int32_t u = m[1] - 128;
+        const int32_t v = m[3] - 128;
+        uint8_t* p = dst + bytesPerPixel(out) * k;
+        if (out == OUT_RGB) {
+            p[0] = finish(luma + redTerm(u, v));
+            p[1] = finish(luma + greenTerm(u, v));
+            p[2] = finish(luma + blueTerm(u, v));
+        } else if (out == OUT_BGR) {
+            p[0] = finish(luma + blueTerm(u, v));
+            p[1] = finish(luma + greenTerm(u, v));
+            p[2] = finish(luma + redTerm(u, v));
+        } else if (out == OUT_R) {
+            p[0] = finish(luma + redTerm(u, v));
+        } else if (out == OUT_G) {
+            p[0] = finish(luma + greenTerm(u, v));
+        } else {
+            p[0] = finish(luma + blueTerm(u, v));
+        }
+    }
+}
+
+// Full scale, one plane: each pixel keeps its own luma, the chroma term is
+// computed once a macro-pixel.
+template <Output out> void planeRow(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
+{
+    for (Size i = 0; i < pairs; ++i) {
+        const uint8_t* m = src + 4 * i;
+        const int32_t u = m[1] - 128;
+        const int32_t v = m[3] - 128;
+        const int32_t term = out == OUT_R ? redTerm(u, v) : out == OUT_G ? greenTerm(u, v) : blueTerm(u, v);
+        dst[2 * i] = finish(298 * (m[0] - 16) + term);
+        dst[2 * i + 1] = finish(298 * (m[2] - 16) + term);
+    }
+}
+
+#ifdef FRAMEHUB_VECTOR
+using namespace simd;
+
+// The three channels of eight downscaled pixels, one source word each,
+// shifted but not yet clamped. Byte pairs multiplied and summed into 16-bit
+// halves give the lumas and the chroma, and one multiply-add of two halves
+// gives two products and their sum exactly.
+template <Output out>
+FRAMEHUB_AVX2 inline void downscaleChannels(__m256i m, __m256i& red, __m256i& green, __m256i& blue)
+{
+    const __m256i lumas = _mm256_maddubs_epi16(m, _mm256_set1_epi32(0x00010001)); // Y0, Y1
+    const __m256i chroma = _mm256_maddubs_epi16(m, _mm256_set1_epi32(0x01000100)); // U, V
+    __m256i luma, constant;
+    if constexpr (out == OUT_RGB) {
+        // 298 (S / 2), S = Y0 + Y1 - 32 truncated toward zero before the gain.
+        const __m256i s = _mm256_sub_epi32(_mm256_madd_epi16(lumas, factors(1, 1)), _mm256_set1_epi32(32));
+        const __m256i half = _mm256_srai_epi32(_mm256_sub_epi32(s, _mm256_srai_epi32(s, 31)), 1);
+        luma = _mm256_madd_epi16(half, factors(298, 0)); // half fits the low 16 bits
+        constant = _mm256_setzero_si256();
+    } else {
+        luma = _mm256_madd_epi16(lumas, factors(149, 149));
+        constant = _mm256_set1_epi32(-4768); // 149 times the black level of a sum
+    }
+    // Chroma terms with the chroma zero folded in.
+    const __m256i r = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(0, 409)), _mm256_set1_epi32(-52352));
+    const __m256i g = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(-100, -208)), _mm256_set1_epi32(39424));
+    const __m256i b = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(516, 0)), _mm256_set1_epi32(-66048));
+    const __m256i base = _mm256_add_epi32(luma, constant);
+    red = _mm256_srai_epi32(_mm256_add_epi32(base, r), 8);
+    green = _mm256_srai_epi32(_mm256_add_epi32(base, g), 8);
+    blue = _mm256_srai_epi32(_mm256_add_epi32(base, b), 8);
+}
+
+// The saturating packs clamp exactly as finish does.
+FRAMEHUB_AVX2 inline void storeThreeChannels(uint8_t* dst, __m256i c0, __m256i c1, __m256i c2)
+{
+    const int8_t Z = -1;
+    const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(c0, c1), _mm256_packs_epi32(c2, c2));
+    const __m256i order = _mm256_setr_epi8(
+        0, 4, 8, 1, 5, 9, 2, 6, 10, 3, 7, 11, Z, Z, Z, Z, 0, 4, 8, 1, 5, 9, 2, 6, 10, 3, 7, 11, Z, Z, Z, Z);
+    storeTwelvePerLane(dst, _mm256_shuffle_epi8(bytes, order));
+}
+
+template <Output out> FRAMEHUB_AVX2 inline __m256i oneChannel(__m256i m)
+{
+    __m256i red, green, blue;
+    downscaleChannels<out>(m, red, green, blue);
+    return out == OUT_R ? red : out == OUT_G ? green : blue;
+}
+
+template <Output out, Fetch fetch>
+FRAMEHUB_AVX2 Size downscaleBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
+{
+    const __m256i offsets = gatherOffsets(step);
+    Size k = 0;
+    if constexpr (bytesPerPixel(out) == 3) {
+        for (; k + 8 <= n; k += 8) {
+            __m256i red, green, blue;
+            downscaleChannels<out>(fetchWords<fetch>(src + step * k, offsets), red, green, blue);
+            if constexpr (out == OUT_RGB)
+                storeThreeChannels(dst + 3 * k, red, green, blue);
+            else
+                storeThreeChannels(dst + 3 * k, blue, green, red);
+        }
+    } else {
+        // Sixteen pixels a block for a full 16-byte store.
+        for (; k + 16 <= n; k += 16) {
+            const __m256i a = oneChannel<out>(fetchWords<fetch>(src + step * k, offsets));
+            const __m256i b = oneChannel<out>(fetchWords<fetch>(src + step * (k + 8), offsets));
+            const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(a, b), _mm256_setzero_si256());
+            const __m256i ordered = _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 2, 2, 2));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + k), _mm256_castsi256_si128(ordered));
+        }
+    }
+    return k;
+}
+
+// Steps of 4 bytes (ratio 2) and 8 (ratio 4) load; any other steps gather,
+// including the odd ratios' reads from the middle of a macro-pixel.
+template <Output out>
+FRAMEHUB_AVX2 void downscaleRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
+{
+    const Size k = step == 4    ? downscaleBlocks<out, FETCH_ADJACENT>(src, dst, n, step)
+        : step == 8             ? downscaleBlocks<out, FETCH_EVERY_OTHER>(src, dst, n, step)
+        : step <= maxGatherStep ? downscaleBlocks<out, FETCH_GATHER>(src, dst, n, step)
+                                : 0;
+    downscaleRow<out>(src + step * k, dst + bytesPerPixel(out) * k, n - k, step);
+}
+
+// Four pixels per lane from source words first and first + 1: each pixel's
+// luma in the low half and the chroma byte at `chroma` (or 0) in the high.
+constexpr ByteMask pixelsMask(int first, int chroma)
+{
+    ByteMask m {};
+    for (int lane = 0; lane < 2; ++lane)
+        for (int i = 0; i < 4; ++i) {
+            int8_t* d = m.b + 16 * lane + 4 * i;
+            const int word = 4 * (first + i / 2);
+            d[0] = static_cast<int8_t>(word + 2 * (i % 2));
+            d[1] = -1;
+            d[2] = static_cast<int8_t>(chroma < 0 ? -1 : word + chroma);
+            d[3] = -1;
+        }
+    return m;
+}
+
+// Sixteen pixels of one plane from eight macro-pixels, two halves of four
+// macro-pixels each (two a lane).
+template <Output out>
+FRAMEHUB_AVX2 void planeRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
+{
+    static constexpr ByteMask withU[2] = { pixelsMask(0, 1), pixelsMask(2, 1) };
+    static constexpr ByteMask withV[2] = { pixelsMask(0, 3), pixelsMask(2, 3) };
+    Size i = 0;
+    for (; i + 8 <= pairs; i += 8) {
+        const __m256i m = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 4 * i));
+        __m256i value[2];
+        for (int h = 0; h < 2; ++h) {
+            __m256i sum;
+            if constexpr (out == OUT_R) {
+                const __m256i yv = _mm256_shuffle_epi8(m, loadMask(withV[h]));
+                sum = _mm256_add_epi32(_mm256_madd_epi16(yv, factors(298, 409)), _mm256_set1_epi32(-57120));
+            } else if constexpr (out == OUT_B) {
+                const __m256i yu = _mm256_shuffle_epi8(m, loadMask(withU[h]));
+                sum = _mm256_add_epi32(_mm256_madd_epi16(yu, factors(298, 516)), _mm256_set1_epi32(-70816));
+            } else {
+                const __m256i yu = _mm256_shuffle_epi8(m, loadMask(withU[h]));
+                const __m256i yv = _mm256_shuffle_epi8(m, loadMask(withV[h]));
+                sum = _mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(yu, factors(298, -100)),
+                                           _mm256_madd_epi16(yv, factors(0, -208))),
+                    _mm256_set1_epi32(34656));
+            }
+            value[h] = _mm256_srai_epi32(sum, 8);
+        }
+        // Lanes hold pixels 0-3 and 8-11 of the first half, 4-7 and 12-15 of
+        // the second: the pack puts them in order within each lane.
+        const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(value[0], value[1]), _mm256_setzero_si256());
+        const __m256i low = _mm256_permute4x64_epi64(bytes, _MM_SHUFFLE(3, 1, 2, 0));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 2 * i), _mm256_castsi256_si128(low));
+    }
+    planeRow<out>(src + 4 * i, dst + 2 * i, pairs - i);
+}
+#endif
+
+// Rows 0, r, 2r... and every r-th pixel position (2r bytes) within them.
+// A ratio of 0 makes the row empty.
+template <Output out> void downscalePlane(ImageBuffer& source, ImageBuffer& destination)
+{
+    const Size W = source.getResolution().width;
+    const Resolution size = destination.getResolution();
+    const Size r = W / size.width;
+    const uint8_t* src = source.getData();
+    uint8_t* dst = destination.getData();
+    const Size rowBytes = bytesPerPixel(out) * size.width;
+    const Size pixels = r == 0 ? 0 : size.width;
+    const auto row = FRAMEHUB_FASTEST(&downscaleRowAvx2<out>, &downscaleRow<out>);
+    for (Size j = 0; j < size.height; ++j)
+        row(src + j * 2 * W * r, dst + j * rowBytes, pixels, 2 * r);
+}
+
+// Source rows follow one another; a narrower destination is a crop.
+template <Output out> void fullScalePlane(ImageBuffer& source, ImageBuffer& destination)
+{
+    const Size W = source.getResolution().width;
+    const Resolution size = destination.getResolution();
+    const Size pairs = (size.width + 1) / 2;
+    const uint8_t* src = source.getData();
+    uint8_t* dst = destination.getData();
+    const auto row = FRAMEHUB_FASTEST(&planeRowAvx2<out>, &planeRow<out>);
+    for (Size j = 0; j < size.height; ++j)
+        row(src + j * 2 * W, dst + j * 2 * pairs, pairs);
+}
+
+// Writes into the destination only when both have the same size; otherwise
+// the library allocates a result of its own, which is dropped.
+void libraryConvert(ImageBuffer& source, ImageBuffer& destination, int code)
+{
+    const Resolution in = source.getResolution();
+    const Resolution out = destination.getResolution();
+    cv::Mat from(static_cast<int>(in.height), static_cast<int>(in.width), CV_8UC2, source.getData());
+    cv::Mat to(static_cast<int>(out.height), static_cast<int>(out.width), CV_8UC3, destination.getData());
+    cv::cvtColor(from, to, code, 0);
+}
+
+inline bool isFullScale(ImageBuffer& source, ImageBuffer& destination)
+{
+    return source.getResolution().width / destination.getResolution().width == 1;
+}
+
+} // namespace
+
+bool Camera2D::convertYUV422toRGBnoScale(
+    boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    libraryConvert(*source, *destination, cv::COLOR_YUV2RGB_YUY2);
+    return true;
+}
+
+bool Camera2D::convertYUV422toBGRnoScale(
+    boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    libraryConvert(*source, *destination, cv::COLOR_YUV2BGR_YUY2);
+    return true;
+}
+
+bool Camera2D::convertYUV422toRgbnoScale(
+    boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    fullScalePlane<OUT_R>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422torGbnoScale(
+    boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    fullScalePlane<OUT_G>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422torgBnoScale(
+    boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    fullScalePlane<OUT_B>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toRGB888(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    if (isFullScale(*source, *destination))
+        return convertYUV422toRGBnoScale(source, destination);
+    downscalePlane<OUT_RGB>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toBGR888(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    if (isFullScale(*source, *destination))
+        return convertYUV422toBGRnoScale(source, destination);
+    downscalePlane<OUT_BGR>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toR8(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    if (isFullScale(*source, *destination))
+        return convertYUV422toRgbnoScale(source, destination);
+    downscalePlane<OUT_R>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toG8(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    if (isFullScale(*source, *destination))
+        return convertYUV422torGbnoScale(source, destination);
+    downscalePlane<OUT_G>(*source, *destination);
+    return true;
+}
+
+bool Camera2D::convertYUV422toB8(boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
+{
+    if (isFullScale(*source, *destination))
+        return convertYUV422torgBnoScale(source, destination);
+    downscalePlane<OUT_B>(*source, *destination);
+    return true;
+}
+
+} // namespace FrameHub
+} // namespace Kelmo
