@@ -1,0 +1,211 @@
+#include "camera_simulator_2d.h"
+
+#include "types/framehub_log.h"
+
+#include <lumo/os.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace Kelmo {
+namespace FrameHub {
+
+namespace {
+lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camerasimulator2d");
+
+// Integer BT.601, offset chroma; stored as the low 8 bits.
+inline uint8_t lumaOf(const uint8_t* p)
+{
+    return static_cast<uint8_t>(((66 * p[0] + 129 * p[1] + 25 * p[2] + 128) >> 8) + 16);
+}
+inline uint8_t blueChromaOf(const uint8_t* p)
+{
+    return static_cast<uint8_t>(((-38 * p[0] - 74 * p[1] + 112 * p[2] + 128) >> 8) - 128);
+}
+inline uint8_t redChromaOf(const uint8_t* p)
+{
+    return static_cast<uint8_t>(((112 * p[0] - 94 * p[1] - 18 * p[2] + 128) >> 8) - 128);
+}
+
+// Two pixels sharing a group: both lumas, chroma averaged by truncation.
+inline void writePair(const uint8_t* a, const uint8_t* b, uint8_t* out)
+{
+    out[0] = lumaOf(a);
+    out[1] = static_cast<uint8_t>((blueChromaOf(a) + blueChromaOf(b)) >> 1);
+    out[2] = lumaOf(b);
+    out[3] = static_cast<uint8_t>((redChromaOf(a) + redChromaOf(b)) >> 1);
+}
+
+// Walks the outW x outH output pixels of the store in row-major order and
+// pairs consecutive ones into 4-byte groups; sourceColumn and sourceRow map
+// an output position to the RGB pixel it shows. An even width keeps pairs
+// inside a row (the usual case); an odd one pairs across rows as the packed
+// layout dictates, and an odd pixel count ends with the Y and U of the last
+// pixel alone, so that nothing is written past 2 bytes a pixel.
+template <typename ColumnMap, typename RowMap>
+void writeYuv422(const uint8_t* __restrict source, uint64_t sourceWidth, uint8_t* __restrict out, uint64_t outW,
+                 uint64_t outH, ColumnMap sourceColumn, RowMap sourceRow)
+{
+    const uint64_t stride = sourceWidth * 3;
+    if (outW % 2 == 0) {
+        for (uint64_t y = 0; y < outH; ++y) {
+            const uint8_t* row = source + sourceRow(y) * stride;
+            for (uint64_t x = 0; x < outW; x += 2, out += 4)
+                writePair(row + sourceColumn(x) * 3, row + sourceColumn(x + 1) * 3, out);
+        }
+        return;
+    }
+    const uint8_t* pending = nullptr;
+    for (uint64_t y = 0; y < outH; ++y) {
+        const uint8_t* row = source + sourceRow(y) * stride;
+        for (uint64_t x = 0; x < outW; ++x) {
+            const uint8_t* pixel = row + sourceColumn(x) * 3;
+            if (!pending) {
+                pending = pixel;
+            } else {
+                writePair(pending, pixel, out);
+                out += 4;
+                pending = nullptr;
+            }
+        }
+    }
+    if (pending) {
+        out[0] = lumaOf(pending);
+        out[1] = blueChromaOf(pending);
+    }
+}
+
+bool isScale(uint64_t scale) { return scale == 2 || scale == 4 || scale == 8; }
+
+} // namespace
+
+CameraSimulator2D::CameraSimulator2D(const std::string& name, const std::string& backendArgument)
+    : CameraSimulator<Camera2D>("Simulator2D", name, backendArgument)
+    , _simulatorBuffer(new ImageBuffer(name, Resolution(0, 0), COLORSPACE_YUV_422, true))
+{
+}
+
+CameraSimulator2D::~CameraSimulator2D()
+{
+    close();
+}
+
+bool CameraSimulator2D::_putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
+{
+    if (colorSpace != COLORSPACE_RGB_888) {
+        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Colorspace not supported. Please use RGB ColorSpace.";
+        return false;
+    }
+    if (!_open()) {
+        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Can't open the camera device.";
+        return false;
+    }
+    if (!isResolutionValid(resolution)) {
+        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Unknown resolution from simulator!";
+        return false;
+    }
+    if (!_checkFrame(resolution, data, getColorSpaceDepth(COLORSPACE_YUV_422), "YUV 4:2:2"))
+        return false;
+    const Resolution target = _currentPreferences.getResolution();
+
+    lumo::os::timeval now;
+    lumo::os::gettimeofday(&now);
+    _simulatorBuffer->setTimeStamp(now.tv_sec * 1000000 + now.tv_usec);
+    _simulatorBuffer->setResolution(target);
+    _simulatorBuffer->setColorSpace(_currentPreferences.getColorSpace());
+
+    // A view of the caller's pixels: nothing is copied or kept.
+    ImageBuffer frame(getName(), resolution, colorSpace, false);
+    frame.setData(static_cast<unsigned char*>(const_cast<void*>(data)));
+    return _reSize(frame, _simulatorBuffer->getData());
+}
+
+bool CameraSimulator2D::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer)
+{
+    if (_simulatorBuffer->getResolution() != _currentPreferences.getResolution()) {
+        FRAMEHUB_LOG(logCategory, 2) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
+                                        "Please check that the simulator is running.";
+        _createDefaultImage();
+    }
+    if (!buffer) {
+        FRAMEHUB_LOG(logCategory, 2) << "_getDirectRawImage(): error trying to find available buffer.";
+        return false;
+    }
+    buffer->setResolution(_currentPreferences.getResolution());
+    buffer->setColorSpace(_currentPreferences.getColorSpace());
+    buffer->setTimeStamp(_simulatorBuffer->getTimeStamp());
+    std::memcpy(buffer->getData(), _simulatorBuffer->getData(), _simulatorBuffer->getSize());
+    return true;
+}
+
+void CameraSimulator2D::_createDefaultImage() { CameraSimulator<Camera2D>::_createDefaultImage(*_simulatorBuffer); }
+
+CameraPreferences CameraSimulator2D::_getExpectedImageParameters()
+{
+    // What putImage accepts, not what the store holds.
+    return _expectedImageParameters(COLORSPACE_RGB_888, logCategory);
+}
+
+bool CameraSimulator2D::_reSize(const ImageBuffer& source, unsigned char* destination)
+{
+    if (source.getColorSpace() != COLORSPACE_RGB_888) {
+        FRAMEHUB_LOG(logCategory, 2) << "Unsupported colorspace can't resize image. Please use RGB format.";
+        return false;
+    }
+    const Resolution size = source.getResolution();
+    const unsigned char* pixels = const_cast<ImageBuffer&>(source).getData();
+    uint64_t factor;
+    switch (_planResize(size, factor)) {
+    case RESIZE_COPY:
+        writeYuv422(pixels, size.width, destination, size.width, size.height, [](uint64_t x) { return x; },
+                    [](uint64_t y) { return y; });
+        return true;
+    case RESIZE_OVERSAMPLE: return _overSample(factor, size.width, size.height, pixels, destination);
+    case RESIZE_SUBSAMPLE: return _subSample(factor, size.width, size.height, pixels, destination);
+    default: return false;
+    }
+}
+
+// Keeps the pixel at every scale-th row and column. The output is clipped to
+// the camera's size: with exact multiples that is all of it, otherwise the
+// columns and rows past the camera's size are dropped.
+bool CameraSimulator2D::_subSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
+                                   unsigned char* destination)
+{
+    if (!isScale(scale))
+        return false;
+    const Resolution target = _currentPreferences.getResolution();
+    const uint64_t outW = std::min(width / scale, target.width);
+    const uint64_t outH = std::min(height / scale, target.height);
+    if (outH == 0 || outW == 0)
+        return true;
+    writeYuv422(source, width, destination, outW, outH, [scale](uint64_t x) { return x * scale; },
+                [scale](uint64_t y) { return y * scale; });
+    return true;
+}
+
+// Repeats each pixel over a scale x scale block, filling the camera's size:
+// where it is not an exact multiple, the last column and row of the frame
+// are repeated up to the edge.
+bool CameraSimulator2D::_overSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
+                                    unsigned char* destination)
+{
+    if (!isScale(scale))
+        return false;
+    if (height == 0 || width == 0)
+        return true;
+    const Resolution target = _currentPreferences.getResolution();
+    if (width * scale == target.width && height * scale == target.height) {
+        writeYuv422(source, width, destination, target.width, target.height,
+                    [scale](uint64_t x) { return x / scale; }, [scale](uint64_t y) { return y / scale; });
+        return true;
+    }
+    const uint64_t lastColumn = width - 1, lastRow = height - 1;
+    auto column = [scale, lastColumn](uint64_t x) { return std::min(x / scale, lastColumn); };
+    auto row = [scale, lastRow](uint64_t y) { return std::min(y / scale, lastRow); };
+    writeYuv422(source, width, destination, target.width, target.height, column, row);
+    return true;
+}
+
+} // namespace FrameHub
+} // namespace Kelmo
