@@ -1,3 +1,4 @@
+#include "hub_peer.h"
 #include "log_capture.h"
 
 #include "frontend/frame_hub_p.h"
@@ -10,36 +11,6 @@
 
 namespace Kelmo {
 namespace FrameHub {
-
-// Reaches the private registry so that the frame can be tested before the
-// cameras exist.
-class FrameHubPrivateTestPeer {
-public:
-    FrameHubPrivate hub;
-
-    std::string nextName(const std::string& stem) { return hub._findAvailableSubscriberName(stem); }
-    std::string subscribe(const std::string& stem)
-    {
-        std::string name = nextName(stem);
-        if (!name.empty())
-            hub._subscribers[name] = boost::make_shared<Subscriber>(name);
-        return name;
-    }
-    Subscriber& record(const std::string& name) { return *hub._subscribers.at(name); }
-    void unsubscribe(const std::string& name) { hub._subscribers.erase(name); }
-    void registerCamera(const std::string& name)
-    {
-        hub._cameras[name];
-        if (hub._defaultActiveCamera.empty())
-            hub._defaultActiveCamera = name;
-    }
-    std::string realName(const std::string& name) const { return hub._getRealCameraName(name); }
-    bool subscriberValid(const std::string& n) const { return hub._checkIsSubscriberValid(n); }
-    bool monostream(const std::string& n) const { return hub._checkSubscriberIsMonostream(n); }
-    bool multistream(const std::string& n) const { return hub._checkSubscriberIsMultistream(n); }
-    bool notProcessing(const std::string& n) const { return hub._checkSubscriberIsNotProcessing(n); }
-    bool cameraValid(const std::string& n) const { return hub._checkIsCameraIdValid(n); }
-};
 
 namespace {
 

@@ -3,6 +3,8 @@
 
 #include <framehub/frame_hub_type.h>
 
+#include <atomic>
+
 namespace Kelmo {
 namespace FrameHub {
 
@@ -10,6 +12,8 @@ namespace FrameHub {
 class CameraPreferences {
 public:
     CameraPreferences(const Resolution& resolution, const ColorSpace& colorSpace, int refreshRate);
+    CameraPreferences(const CameraPreferences& other);
+    CameraPreferences& operator=(const CameraPreferences& other);
 
     Resolution getResolution() const;
     bool setResolution(const Resolution& resolution);
@@ -26,7 +30,9 @@ public:
 private:
     Resolution resolution;
     ColorSpace colorSpace;
-    int32_t refreshRate;
+    // A subscriber's new rate reaches every request it has on file, also
+    // those attached to cameras that read them under their own lock.
+    std::atomic<int32_t> refreshRate;
 };
 
 } // namespace FrameHub

@@ -1,11 +1,15 @@
+// FrameHubPrivate: registries, guards, name generation, subscribing and
+// camera registration.
 #include "frame_hub_p.h"
 
-#include "subscriber.h"
+#include "camera/camera.h"
+#include "frontend/subscriber.h"
+#include "types/framehub_log.h"
 
-#include "../types/framehub_log.h"
-
+#include <boost/make_shared.hpp>
 #include <boost/thread/locks.hpp>
 
+#include <algorithm>
 #include <sstream>
 
 namespace Kelmo {
@@ -15,6 +19,11 @@ namespace {
 lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub");
 
 const char* const kDefaultCameraAlias = "Default";
+
+typedef boost::shared_lock<boost::shared_mutex> SharedLock;
+typedef boost::upgrade_lock<boost::shared_mutex> UpgradeLock;
+typedef boost::upgrade_to_unique_lock<boost::shared_mutex> RaisedLock;
+typedef boost::unique_lock<boost::shared_mutex> UniqueLock;
 } // namespace
 
 FrameHubPrivate::FrameHubPrivate() {}
@@ -23,12 +32,19 @@ FrameHubPrivate::~FrameHubPrivate() {}
 
 std::string FrameHubPrivate::getDefaultActiveCamera() const
 {
+    std::lock_guard<std::mutex> lock(_defaultActiveCameraMutex);
     return _defaultActiveCamera;
+}
+
+void FrameHubPrivate::_setDefaultActiveCamera(const std::string& cameraName)
+{
+    std::lock_guard<std::mutex> lock(_defaultActiveCameraMutex);
+    _defaultActiveCamera = cameraName;
 }
 
 std::vector<std::string> FrameHubPrivate::getSubscribers() const
 {
-    boost::shared_lock<boost::shared_mutex> lock(_subscribersMutex);
+    SharedLock lock(_subscribersMutex);
     std::vector<std::string> names;
     names.reserve(_subscribers.size());
     for (const auto& entry : _subscribers)
@@ -38,18 +54,24 @@ std::vector<std::string> FrameHubPrivate::getSubscribers() const
 
 std::vector<std::string> FrameHubPrivate::getCameraIndexes() const
 {
-    boost::shared_lock<boost::shared_mutex> lock(_camerasMutex);
+    SharedLock lock(_camerasMutex);
     std::vector<std::string> names;
     names.reserve(_cameras.size());
-    // Keys are the cameras' own names.
     for (const auto& entry : _cameras)
-        names.push_back(entry.first);
+        names.push_back(entry.second->getName());
     return names;
 }
 
+// ---- Helpers -----------------------------------------------------------------
+
 std::string FrameHubPrivate::_getRealCameraName(const std::string& cameraName) const
 {
-    return cameraName == kDefaultCameraAlias ? _defaultActiveCamera : cameraName;
+    return cameraName == kDefaultCameraAlias ? getDefaultActiveCamera() : cameraName;
+}
+
+FrameHubPrivate::CameraPtr FrameHubPrivate::_camera(const std::string& cameraName) const
+{
+    return _cameras.find(cameraName)->second;
 }
 
 bool FrameHubPrivate::_checkIsSubscriberValid(const std::string& name) const
@@ -118,6 +140,192 @@ std::string FrameHubPrivate::_findAvailableSubscriberName(const std::string& nam
         FRAMEHUB_LOG(logCategory, 5) << "Subscriber name " << name << " already in use.\nName id changed to \""
                                      << candidate.str() << "\"";
     return candidate.str();
+}
+
+// ---- Subscribing ---------------------------------------------------------------
+
+bool FrameHubPrivate::_validateRequest(const std::string& name, const CameraPtr& camera, CameraPreferences& request,
+                                       const char* function) const
+{
+    if (camera->isValidRequest(request))
+        return true;
+    const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
+    FRAMEHUB_LOG_AS(logCategory, 3, function) << prefix
+                                              << "Some camera parameter values are not supported.\n"
+                                    "Try to change the camera parameter requested automatically...";
+    if (camera->updateRequestToValidRequest(request))
+        return true;
+    FRAMEHUB_LOG_AS(logCategory, 2, function) << prefix
+                                              << "Some camera parameter values are not supported.\n"
+                                    "You must change the camera parameter requested.";
+    return false;
+}
+
+std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std::string& cameraName,
+                                             const Resolution& resolution, const ColorSpace& colorSpace,
+                                             int frameRate)
+{
+    const std::string realName = _getRealCameraName(cameraName);
+    UpgradeLock subscribersLock(_subscribersMutex);
+    SharedLock camerasLock(_camerasMutex);
+
+    const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
+    if (_cameras.find(realName) == _cameras.end()) {
+        FRAMEHUB_LOG(logCategory, 2) << prefix << "Camera index " << realName
+                                     << " is invalid.\nPlease change the camera index requested.";
+        return std::string();
+    }
+    CameraPtr camera = _camera(realName);
+    boost::shared_ptr<CameraPreferences> request =
+        boost::make_shared<CameraPreferences>(resolution, colorSpace, frameRate);
+    if (!_validateRequest(name, camera, *request, __func__))
+        return std::string();
+
+    const std::string generated = _findAvailableSubscriberName(name);
+    if (generated.empty())
+        return std::string();
+    SubscriberPtr subscriber = boost::make_shared<Subscriber>(generated);
+    subscriber->setCameraPreferences(realName, request);
+    // The alias stays in the list: the subscriber follows the default camera.
+    subscriber->setActiveCameras(std::vector<std::string>(1, cameraName));
+    subscriber->setFrameRate(request->getRefreshRate());
+    {
+        RaisedLock raised(subscribersLock);
+        if (!_subscribers.insert(std::make_pair(generated, subscriber)).second) {
+            FRAMEHUB_LOG(logCategory, 2) << "Can't add subscriber \"" << generated << "\" to FrameHub.";
+            return std::string();
+        }
+    }
+    camera->addPreferences(request);
+
+    const Resolution r = request->getResolution();
+    FRAMEHUB_LOG(logCategory, 5) << "Registered subscriber \"" << name << "\"\nwith active camera: " << realName
+                                 << ", resolution: " << r.width << "x" << r.height
+                                 << ", colorspace: " << getColorSpaceName(request->getColorSpace())
+                                 << ", framerate: " << request->getRefreshRate();
+    return generated;
+}
+
+std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std::vector<std::string>& cameraNames,
+                                              const std::vector<Resolution>& resolutions,
+                                              const std::vector<ColorSpace>& colorSpaces, int frameRate)
+{
+    UpgradeLock subscribersLock(_subscribersMutex);
+    SharedLock camerasLock(_camerasMutex);
+
+    const std::string prefix = "Can't add subscriber " + name + " to Frame Hub.\n";
+    if (name.empty() || cameraNames.empty() || resolutions.empty() || colorSpaces.empty()) {
+        FRAMEHUB_LOG(logCategory, 2) << prefix << "Some input parameters are empty.\nPlease verify parameters";
+        return std::string();
+    }
+    std::vector<std::string> distinct(cameraNames);
+    std::sort(distinct.begin(), distinct.end());
+    distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
+    if (distinct.size() < cameraNames.size()) {
+        FRAMEHUB_LOG(logCategory, 2) << "subscribeCameras(): " << prefix << "Invalid input parameters, list contains "
+                                     << cameraNames.size() << " elements but only " << distinct.size()
+                                     << " different elements (using several time the same camera is forbidden).\n"
+                                        "Please correct camera indexes list.";
+        return std::string();
+    }
+    if (resolutions.size() != cameraNames.size() || colorSpaces.size() != cameraNames.size()) {
+        FRAMEHUB_LOG(logCategory, 2) << prefix << "Parameters list don't have the same size.Please verify parameters";
+        return std::string();
+    }
+
+    // Every check comes before the first change.
+    std::vector<boost::shared_ptr<CameraPreferences>> requests;
+    for (size_t i = 0; i < cameraNames.size(); ++i) {
+        if (_cameras.find(cameraNames[i]) == _cameras.end()) {
+            FRAMEHUB_LOG(logCategory, 2) << prefix << "Camera index " << cameraNames[i]
+                                         << " is invalid.\nPlease change the camera index requested.";
+            return std::string();
+        }
+        boost::shared_ptr<CameraPreferences> request =
+            boost::make_shared<CameraPreferences>(resolutions[i], colorSpaces[i], frameRate);
+        if (!_validateRequest(name, _camera(cameraNames[i]), *request, __func__))
+            return std::string();
+        requests.push_back(request);
+    }
+
+    const std::string generated = _findAvailableSubscriberName(name);
+    if (generated.empty())
+        return std::string();
+    SubscriberPtr subscriber = boost::make_shared<Subscriber>(generated);
+    for (size_t i = 0; i < cameraNames.size(); ++i)
+        subscriber->setCameraPreferences(cameraNames[i], requests[i]);
+    subscriber->setActiveCameras(cameraNames);
+    // The requested rate, written back into every request.
+    subscriber->setFrameRate(frameRate);
+    {
+        RaisedLock raised(subscribersLock);
+        if (!_subscribers.insert(std::make_pair(generated, subscriber)).second) {
+            FRAMEHUB_LOG(logCategory, 2) << "Can't add subscriber \"" << generated << "\" to FrameHub.";
+            return std::string();
+        }
+    }
+    for (size_t i = 0; i < cameraNames.size(); ++i)
+        _camera(cameraNames[i])->addPreferences(requests[i]);
+
+    FRAMEHUB_LOG(logCategory, 5) << "Registered subscriber \"" << name << "\"";
+    for (size_t i = 0; i < cameraNames.size(); ++i) {
+        const Resolution r = requests[i]->getResolution();
+        FRAMEHUB_LOG(logCategory, 5) << "  with active camera: " << cameraNames[i] << ", resolution: " << r.width
+                                     << "x" << r.height
+                                     << ", colorspace: " << static_cast<int>(requests[i]->getColorSpace());
+    }
+    FRAMEHUB_LOG(logCategory, 5) << "  framerate: " << requests[0]->getRefreshRate();
+    return generated;
+}
+
+bool FrameHubPrivate::unsubscribe(const std::string& name)
+{
+    UpgradeLock subscribersLock(_subscribersMutex);
+    std::map<std::string, SubscriberPtr>::iterator it = _subscribers.find(name);
+    if (it == _subscribers.end()) {
+        FRAMEHUB_LOG(logCategory, 2) << "Can't unsubscribe \"" << name << "\", subscriber is unknown.";
+        return false;
+    }
+    SubscriberPtr subscriber = it->second;
+    if (subscriber->isProcessing()) {
+        FRAMEHUB_LOG(logCategory, 2) << "Subscriber \"" << name
+                                     << "\" has not released all its requested buffers. Please call "
+                                        "releaseImage(s) before.";
+        return false;
+    }
+    {
+        SharedLock camerasLock(_camerasMutex);
+        for (const std::string& listed : subscriber->getActiveCameraList()) {
+            const std::string realName = _getRealCameraName(listed);
+            std::map<std::string, CameraPtr>::const_iterator camera = _cameras.find(realName);
+            // A name that is in no registry (an empty alias) has nothing to detach.
+            if (camera != _cameras.end())
+                camera->second->removePreferences(subscriber->getCameraPreferences(realName));
+        }
+    }
+    size_t erased;
+    {
+        RaisedLock raised(subscribersLock);
+        FRAMEHUB_LOG(logCategory, 5) << "Unregistered subscriber \"" << name << "\"";
+        erased = _subscribers.erase(name);
+    }
+    return erased == 1;
+}
+
+// ---- Registration --------------------------------------------------------------
+
+bool FrameHubPrivate::addCamera(const CameraInfo& cameraInfo)
+{
+    UniqueLock lock(_camerasMutex);
+    CameraPtr camera = CameraBuilder(cameraInfo).getCamera();
+    if (!camera || camera->hasError())
+        return false;
+    if (!_cameras.insert(std::make_pair(camera->getName(), camera)).second)
+        return false;
+    if (getDefaultActiveCamera().empty())
+        _setDefaultActiveCamera(camera->getName());
+    camera->start();
+    return camera->close();
 }
 
 } // namespace FrameHub

@@ -1,13 +1,18 @@
 #ifndef FRAMEHUB_SRC_FRONTEND_FRAME_HUB_P_H
 #define FRAMEHUB_SRC_FRONTEND_FRAME_HUB_P_H
 
+#include <framehub/camera_builder.h>
+#include <framehub/camera_preferences.h>
 #include <framehub/frame_hub_type.h>
+#include <framehub/image_buffer.h>
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/shared_mutex.hpp>
 
 #include <map>
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Kelmo {
@@ -17,22 +22,116 @@ class Camera;
 class Subscriber;
 
 // The spine behind the facade: the subscriber and camera registries and
-// their two locks. Wherever both locks are held, _subscribersMutex comes first.
+// their two locks. Wherever both locks are held, _subscribersMutex comes
+// first. Sources: frame_hub_p.cpp (registry, guards, subscribing),
+// frame_hub_p_images.cpp, frame_hub_p_retarget.cpp, frame_hub_p_cameras.cpp.
 class FrameHubPrivate {
 public:
+    typedef boost::shared_ptr<ImageBuffer> Buffer;
+
     FrameHubPrivate();
     virtual ~FrameHubPrivate();
 
     FrameHubPrivate(const FrameHubPrivate&) = delete;
     FrameHubPrivate& operator=(const FrameHubPrivate&) = delete;
 
-    std::string getDefaultActiveCamera() const;
+    // Subscribing.
+    virtual std::string subscribeCamera(const std::string& name, const std::string& cameraName,
+                                        const Resolution& resolution, const ColorSpace& colorSpace, int frameRate);
+    virtual std::string subscribeCameras(const std::string& name, const std::vector<std::string>& cameraNames,
+                                         const std::vector<Resolution>& resolutions,
+                                         const std::vector<ColorSpace>& colorSpaces, int frameRate);
+    bool unsubscribe(const std::string& name);
     std::vector<std::string> getSubscribers() const;
+
+    // Retargeting.
+    virtual bool setDefaultActiveCamera(const std::string& cameraName);
+    std::string getDefaultActiveCamera() const;
+
+    // Camera pass-through, pattern of lock, alias and guard.
+    virtual bool openCamera(const std::string& cameraName);
+    virtual bool closeCamera(const std::string& cameraName);
+    virtual bool startCamera(const std::string& cameraName);
+    virtual bool stopCamera(const std::string& cameraName);
+
+    virtual bool setFrameRate(const std::string& name, int frameRate);
+    virtual bool setActiveCamera(const std::string& name, const std::string& cameraName);
+    virtual bool setResolution(const std::string& name, const Resolution& resolution);
+    virtual bool setColorSpace(const std::string& name, const ColorSpace& colorSpace);
+
+    // Images.
+    virtual Buffer getDirectRawImage(const std::string& name);
+    virtual bool releaseDirectRawImage(const std::string& name);
+    virtual Buffer getImage(const std::string& name);
+    virtual std::vector<bool> setActiveCameras(const std::string& name, const std::vector<std::string>& cameraNames);
+
+    bool releaseImage(const std::string& name);
+    std::vector<Buffer> getImages(const std::string& name);
+    std::vector<bool> releaseImages(const std::string& name);
+    std::vector<Buffer> getDirectRawImages(const std::string& name);
+    std::vector<bool> releaseDirectRawImages(const std::string& name);
+
+    std::string getActiveCamera(const std::string& name) const;
+    Resolution getResolution(const std::string& name) const;
+    ColorSpace getColorSpace(const std::string& name) const;
+    int getFrameRate(const std::string& name) const;
+    std::vector<std::string> getActiveCameras(const std::string& name) const;
+    std::vector<Resolution> getResolutions(const std::string& name) const;
+    std::vector<bool> setResolutions(const std::string& name, const std::vector<Resolution>& resolutions);
+    std::vector<ColorSpace> getColorSpaces(const std::string& name) const;
+    std::vector<bool> setColorSpaces(const std::string& name, const std::vector<ColorSpace>& colorSpaces);
+
+    bool isCameraOpen(const std::string& cameraName) const;
+    bool isCameraStarted(const std::string& cameraName) const;
+    bool resetCamera(const std::string& cameraName) const;
+    std::string getCameraModel(const std::string& cameraName) const;
+    std::string getCameraName(const std::string& cameraName) const;
+    int getCameraFrameRate(const std::string& cameraName) const;
+    std::pair<int, int> getCameraFrameRateRange(const std::string& cameraName) const;
+    Resolution getCameraResolution(const std::string& cameraName) const;
+    std::pair<Resolution, Resolution> getCameraResolutionRange(const std::string& cameraName) const;
+    ColorSpace getCameraColorSpace(const std::string& cameraName) const;
+    FieldOfView getCameraFieldOfView(const std::string& cameraName) const;
+    int getCameraParameter(const std::string& cameraName, const Parameter& parameter) const;
+    ParameterInfo getCameraParameterInfo(const std::string& cameraName, const Parameter& parameter) const;
+    bool setCameraParameter(const std::string& cameraName, const Parameter& parameter, int value);
+    bool setCameraParameterToDefault(const std::string& cameraName, const Parameter& parameter);
+    bool setAllCameraParametersToDefault(const std::string& cameraName);
+
+    // Angular conversions: no hub lock at all.
+    std::vector<float> getAngularPositionFromImagePosition(const std::string& cameraName,
+                                                           const std::vector<float>& imagePosition) const;
+    std::vector<float> getImagePositionFromAngularPosition(const std::string& cameraName,
+                                                           const std::vector<float>& angularPosition) const;
+    std::vector<float> getAngularSizeFromImageSize(const std::string& cameraName,
+                                                   const std::vector<float>& imageSize) const;
+    std::vector<float> getImageSizeFromAngularSize(const std::string& cameraName,
+                                                   const std::vector<float>& angularSize) const;
+    std::vector<float> getImageInfoFromAngularInfo(const std::string& cameraName,
+                                                   const std::vector<float>& angularInfo) const;
+    std::vector<float> getImageInfoFromAngularInfoWithResolution(const std::string& cameraName,
+                                                                 const std::vector<float>& angularInfo,
+                                                                 const Resolution& resolution) const;
+
+    // Feeding a simulated camera: the name as it stands, no alias.
+    bool putImage(const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace,
+                  const void* data);
+    CameraPreferences getExpectedImageParameters(const std::string& cameraName) const;
+
     std::vector<std::string> getCameraIndexes() const;
 
+    // Registration.
+    bool addCamera(const CameraInfo& cameraInfo);
+
 private:
+    typedef boost::shared_ptr<Subscriber> SubscriberPtr;
+    typedef boost::shared_ptr<Camera> CameraPtr;
+
     // The helpers run with the right lock already held and take none.
     std::string _getRealCameraName(const std::string& cameraName) const;
+    // _defaultActiveCamera is read outside the registry locks (the alias in
+    // subscribeCamera, getDefaultActiveCamera), so it has a small lock of its own.
+    void _setDefaultActiveCamera(const std::string& cameraName);
     bool _checkIsSubscriberValid(const std::string& name) const;
     // The three below assume _checkIsSubscriberValid passed under the same lock.
     bool _checkSubscriberIsMonostream(const std::string& name) const;
@@ -41,10 +140,46 @@ private:
     bool _checkIsCameraIdValid(const std::string& cameraName) const;
     std::string _findAvailableSubscriberName(const std::string& name);
 
+    // Shared by both subscribe paths: the camera's test, then its repair.
+    bool _validateRequest(const std::string& name, const CameraPtr& camera, CameraPreferences& request,
+                          const char* function) const;
+    // The camera behind a name known to be registered.
+    CameraPtr _camera(const std::string& cameraName) const;
+
+    Buffer _getImage(SubscriberPtr subscriber);
+    bool _releaseImage(SubscriberPtr subscriber);
+    Buffer _getDirectRawImage(SubscriberPtr subscriber);
+    bool _releaseDirectRawImage(SubscriberPtr subscriber);
+    std::vector<Buffer> _getImages(SubscriberPtr subscriber);
+    std::vector<bool> _releaseImages(SubscriberPtr subscriber);
+    std::vector<Buffer> _getDirectRawImages(SubscriberPtr subscriber);
+    std::vector<bool> _releaseDirectRawImages(SubscriberPtr subscriber);
+    // The release loop both mono and multi releases share.
+    std::vector<bool> _releaseAll(SubscriberPtr subscriber);
+
+    // The request a mono-stream subscriber has on file for its camera, after
+    // the guards; null when a guard fails.
+    boost::shared_ptr<CameraPreferences> _monoPreferences(const std::string& name) const;
+
+    // setResolution and setColorSpace: guards, then the camera's update.
+    template <typename Value>
+    bool _updateMono(const std::string& name, const Value& value,
+                     bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&));
+
+    // setResolutions and setColorSpaces: guards, sizes, then one update a camera.
+    template <typename Value>
+    std::vector<bool> _setEach(const std::string& name, const std::vector<Value>& values, const char* operation,
+                               bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&));
+
+    // Guards, then the call on the resolved camera, or the neutral value.
+    template <typename Result, typename Call>
+    Result _onCamera(const std::string& cameraName, Result neutral, Call call) const;
+
     std::string _defaultActiveCamera;
-    std::map<std::string, boost::shared_ptr<Subscriber>> _subscribers;
+    mutable std::mutex _defaultActiveCameraMutex;
+    std::map<std::string, SubscriberPtr> _subscribers;
     mutable boost::shared_mutex _subscribersMutex;
-    std::map<std::string, boost::shared_ptr<Camera>> _cameras;
+    std::map<std::string, CameraPtr> _cameras;
     mutable boost::shared_mutex _camerasMutex;
 
     friend class FrameHubPrivateTestPeer;

@@ -16,6 +16,21 @@ CameraPreferences::CameraPreferences(const Resolution& res, const ColorSpace& cs
 {
 }
 
+CameraPreferences::CameraPreferences(const CameraPreferences& other)
+    : resolution(other.resolution)
+    , colorSpace(other.colorSpace)
+    , refreshRate(other.refreshRate.load(std::memory_order_relaxed))
+{
+}
+
+CameraPreferences& CameraPreferences::operator=(const CameraPreferences& other)
+{
+    resolution = other.resolution;
+    colorSpace = other.colorSpace;
+    refreshRate.store(other.refreshRate.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    return *this;
+}
+
 Resolution CameraPreferences::getResolution() const { return resolution; }
 
 bool CameraPreferences::setResolution(const Resolution& res)
@@ -32,13 +47,13 @@ bool CameraPreferences::setColorSpace(const ColorSpace& cs)
     return true;
 }
 
-int CameraPreferences::getRefreshRate() const { return refreshRate; }
+int CameraPreferences::getRefreshRate() const { return refreshRate.load(std::memory_order_relaxed); }
 
 bool CameraPreferences::setRefreshRate(int rate)
 {
     if (rate < 0)
         return false;
-    refreshRate = rate;
+    refreshRate.store(rate, std::memory_order_relaxed);
     return true;
 }
 

@@ -1,0 +1,185 @@
+// FrameHubPrivate: talking to a camera by name, without a subscription.
+#include "frame_hub_p.h"
+
+#include "camera/camera.h"
+
+#include <boost/thread/locks.hpp>
+
+#include <limits>
+
+namespace Kelmo {
+namespace FrameHub {
+
+namespace {
+typedef boost::shared_lock<boost::shared_mutex> SharedLock;
+
+const uint64_t kAllOnes = std::numeric_limits<uint64_t>::max();
+const ParameterInfo kInvalidInfo = { INVALID_PARAMETER_VALUE, INVALID_PARAMETER_VALUE, 0, INVALID_PARAMETER_VALUE };
+} // namespace
+
+// Pattern of every row: camera lock shared, alias resolved, guard, one call.
+template <typename Result, typename Call>
+Result FrameHubPrivate::_onCamera(const std::string& cameraName, Result neutral, Call call) const
+{
+    SharedLock lock(_camerasMutex);
+    const std::string realName = _getRealCameraName(cameraName);
+    if (!_checkIsCameraIdValid(realName))
+        return neutral;
+    return call(*_camera(realName));
+}
+
+bool FrameHubPrivate::openCamera(const std::string& cameraName)
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.open(); });
+}
+
+bool FrameHubPrivate::closeCamera(const std::string& cameraName)
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.close(); });
+}
+
+bool FrameHubPrivate::isCameraOpen(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.isOpen(); });
+}
+
+bool FrameHubPrivate::startCamera(const std::string& cameraName)
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.start(); });
+}
+
+bool FrameHubPrivate::stopCamera(const std::string& cameraName)
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.stop(); });
+}
+
+bool FrameHubPrivate::isCameraStarted(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.isStarted(); });
+}
+
+bool FrameHubPrivate::resetCamera(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.reset(); });
+}
+
+std::string FrameHubPrivate::getCameraModel(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, std::string(), [](Camera& c) { return c.getModel(); });
+}
+
+std::string FrameHubPrivate::getCameraName(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, std::string(), [](Camera& c) { return c.getName(); });
+}
+
+int FrameHubPrivate::getCameraFrameRate(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, -1, [](Camera& c) { return c.getFrameRate(); });
+}
+
+// The two ranges have different neutral values on purpose.
+std::pair<int, int> FrameHubPrivate::getCameraFrameRateRange(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, std::make_pair(0, 0), [](Camera& c) { return c.getFrameRateRange(); });
+}
+
+Resolution FrameHubPrivate::getCameraResolution(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, Resolution(kAllOnes, kAllOnes), [](Camera& c) { return c.getResolution(); });
+}
+
+std::pair<Resolution, Resolution> FrameHubPrivate::getCameraResolutionRange(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, std::make_pair(Resolution(kAllOnes, kAllOnes), Resolution(kAllOnes, kAllOnes)),
+                     [](Camera& c) { return c.getResolutionRange(); });
+}
+
+ColorSpace FrameHubPrivate::getCameraColorSpace(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, COLORSPACE_UNKNOWN, [](Camera& c) { return c.getColorSpace(); });
+}
+
+FieldOfView FrameHubPrivate::getCameraFieldOfView(const std::string& cameraName) const
+{
+    return _onCamera(cameraName, FieldOfView(0.0f, 0.0f), [](Camera& c) { return c.getFieldOfView(); });
+}
+
+int FrameHubPrivate::getCameraParameter(const std::string& cameraName, const Parameter& parameter) const
+{
+    return _onCamera(cameraName, static_cast<int>(INVALID_PARAMETER_VALUE),
+                     [&](Camera& c) { return c.getParameter(parameter); });
+}
+
+ParameterInfo FrameHubPrivate::getCameraParameterInfo(const std::string& cameraName,
+                                                      const Parameter& parameter) const
+{
+    return _onCamera(cameraName, kInvalidInfo, [&](Camera& c) { return c.getParameterInfo(parameter); });
+}
+
+bool FrameHubPrivate::setCameraParameter(const std::string& cameraName, const Parameter& parameter, int value)
+{
+    return _onCamera(cameraName, false, [&](Camera& c) { return c.setParameter(parameter, value); });
+}
+
+bool FrameHubPrivate::setCameraParameterToDefault(const std::string& cameraName, const Parameter& parameter)
+{
+    return _onCamera(cameraName, false, [&](Camera& c) { return c.resetParameter(parameter); });
+}
+
+bool FrameHubPrivate::setAllCameraParametersToDefault(const std::string& cameraName)
+{
+    return _onCamera(cameraName, false, [](Camera& c) { return c.resetParameters(); });
+}
+
+// ---- Angular conversions: as above, but under no hub lock ----------------------
+
+#define FRAMEHUB_ANGULAR(operation)                                                                                    \
+    std::vector<float> FrameHubPrivate::operation(const std::string& cameraName, const std::vector<float>& values)     \
+        const                                                                                                          \
+    {                                                                                                                  \
+        const std::string realName = _getRealCameraName(cameraName);                                                   \
+        if (!_checkIsCameraIdValid(realName))                                                                          \
+            return std::vector<float>();                                                                               \
+        return _camera(realName)->operation(values);                                                                   \
+    }
+
+FRAMEHUB_ANGULAR(getAngularPositionFromImagePosition)
+FRAMEHUB_ANGULAR(getImagePositionFromAngularPosition)
+FRAMEHUB_ANGULAR(getAngularSizeFromImageSize)
+FRAMEHUB_ANGULAR(getImageSizeFromAngularSize)
+FRAMEHUB_ANGULAR(getImageInfoFromAngularInfo)
+
+#undef FRAMEHUB_ANGULAR
+
+std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(const std::string& cameraName,
+                                                                              const std::vector<float>& values,
+                                                                              const Resolution& resolution) const
+{
+    const std::string realName = _getRealCameraName(cameraName);
+    if (!_checkIsCameraIdValid(realName))
+        return std::vector<float>();
+    return _camera(realName)->getImageInfoFromAngularInfoWithResolution(values, resolution);
+}
+
+// ---- Feeding: the name as it stands, so the alias is refused -------------------
+
+bool FrameHubPrivate::putImage(const std::string& cameraName, const Resolution& resolution,
+                               const ColorSpace& colorSpace, const void* data)
+{
+    SharedLock lock(_camerasMutex);
+    if (!_checkIsCameraIdValid(cameraName))
+        return false;
+    return _camera(cameraName)->putImage(resolution, colorSpace, data);
+}
+
+CameraPreferences FrameHubPrivate::getExpectedImageParameters(const std::string& cameraName) const
+{
+    SharedLock lock(_camerasMutex);
+    if (!_checkIsCameraIdValid(cameraName))
+        return CameraPreferences(CameraPreferences::defaultResolution, CameraPreferences::defaultColorSpace, 0);
+    return _camera(cameraName)->getExpectedImageParameters();
+}
+
+} // namespace FrameHub
+} // namespace Kelmo

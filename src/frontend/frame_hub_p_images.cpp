@@ -1,0 +1,216 @@
+// FrameHubPrivate: the per-frame hand-out and release of images.
+#include "frame_hub_p.h"
+
+#include "camera/camera.h"
+#include "frontend/subscriber.h"
+#include "types/framehub_log.h"
+
+#include <boost/thread/locks.hpp>
+
+#include <algorithm>
+
+namespace Kelmo {
+namespace FrameHub {
+
+namespace {
+lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub");
+
+typedef boost::shared_lock<boost::shared_mutex> SharedLock;
+} // namespace
+
+// ---- Public: guards, then the worker ----------------------------------------------
+
+FrameHubPrivate::Buffer FrameHubPrivate::getImage(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    SharedLock camerasLock(_camerasMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
+        return Buffer();
+    return _getImage(_subscribers.find(name)->second);
+}
+
+bool FrameHubPrivate::releaseImage(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    SharedLock camerasLock(_camerasMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
+        return false;
+    return _releaseImage(_subscribers.find(name)->second);
+}
+
+FrameHubPrivate::Buffer FrameHubPrivate::getDirectRawImage(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    SharedLock camerasLock(_camerasMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
+        return Buffer();
+    return _getDirectRawImage(_subscribers.find(name)->second);
+}
+
+bool FrameHubPrivate::releaseDirectRawImage(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    SharedLock camerasLock(_camerasMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
+        return false;
+    return _releaseDirectRawImage(_subscribers.find(name)->second);
+}
+
+// The multi-stream operations reach _cameras under the subscriber lock alone:
+// cameras are never removed, and that is the specified lock rule.
+std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::getImages(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
+        return std::vector<Buffer>();
+    return _getImages(_subscribers.find(name)->second);
+}
+
+std::vector<bool> FrameHubPrivate::releaseImages(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
+        return std::vector<bool>();
+    return _releaseImages(_subscribers.find(name)->second);
+}
+
+std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::getDirectRawImages(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
+        return std::vector<Buffer>();
+    return _getDirectRawImages(_subscribers.find(name)->second);
+}
+
+std::vector<bool> FrameHubPrivate::releaseDirectRawImages(const std::string& name)
+{
+    SharedLock subscribersLock(_subscribersMutex);
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
+        return std::vector<bool>();
+    return _releaseDirectRawImages(_subscribers.find(name)->second);
+}
+
+// ---- Workers -------------------------------------------------------------------
+
+FrameHubPrivate::Buffer FrameHubPrivate::_getImage(SubscriberPtr subscriber)
+{
+    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
+        return Buffer();
+    const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
+    if (!_checkIsCameraIdValid(realName))
+        return Buffer(); // an alias with no camera registered
+    CameraPtr camera = _camera(realName);
+    boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
+    if (!preferences) {
+        FRAMEHUB_LOG(logCategory, 3) << "_getImage(" << subscriber->getName() << "): can't get preferences for camera "
+                                     << realName << ", preferences will be generated with the default preferences";
+        preferences = camera->buildDefaultPreferences();
+        subscriber->setCameraPreferences(realName, preferences);
+    }
+    Buffer buffer = camera->getImageBuffer(*preferences);
+    if (buffer)
+        subscriber->setImageBuffer(realName, buffer);
+    return buffer;
+}
+
+FrameHubPrivate::Buffer FrameHubPrivate::_getDirectRawImage(SubscriberPtr subscriber)
+{
+    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
+        return Buffer();
+    const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
+    if (!_checkIsCameraIdValid(realName))
+        return Buffer();
+    CameraPtr camera = _camera(realName);
+    boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
+    if (!preferences) {
+        FRAMEHUB_LOG(logCategory, 3) << "_getDirectRawImages(" << subscriber->getName()
+                                     << "): can't get preferences for camera " << realName
+                                     << ", preferences will be generated with the default preferences";
+        preferences = camera->buildDefaultPreferences();
+        subscriber->setCameraPreferences(realName, preferences);
+    }
+    Buffer buffer = camera->isExtraColorSpace(preferences->getColorSpace())
+                        ? camera->getDirectRawExtraColorSpaceImageBuffer(*preferences)
+                        : camera->getDirectRawImageBuffer(*preferences);
+    if (buffer)
+        subscriber->setImageBuffer(realName, buffer);
+    return buffer;
+}
+
+std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(SubscriberPtr subscriber)
+{
+    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
+        return std::vector<Buffer>();
+    std::vector<Buffer> result;
+    for (const std::string& cameraName : subscriber->getActiveCameraList()) {
+        CameraPtr camera = _camera(cameraName);
+        boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
+        if (!preferences) {
+            FRAMEHUB_LOG(logCategory, 3) << "_getImages(" << subscriber->getName()
+                                         << "):can't get preferences for camera " << cameraName
+                                         << ", preferences will be generated with the default preferences";
+            preferences = camera->buildDefaultPreferences();
+            subscriber->setCameraPreferences(cameraName, preferences);
+        }
+        Buffer buffer = camera->getImageBuffer(*preferences);
+        if (buffer)
+            subscriber->setImageBuffer(cameraName, buffer);
+        result.push_back(buffer);
+    }
+    return result;
+}
+
+std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getDirectRawImages(SubscriberPtr subscriber)
+{
+    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
+        return std::vector<Buffer>();
+    std::vector<Buffer> result;
+    for (const std::string& cameraName : subscriber->getActiveCameraList()) {
+        boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
+        // Every listed camera has a request on file; no repair on this path.
+        Buffer buffer = preferences ? _camera(cameraName)->getDirectRawImageBuffer(*preferences) : Buffer();
+        if (buffer)
+            subscriber->setImageBuffer(cameraName, buffer);
+        result.push_back(buffer);
+    }
+    return result;
+}
+
+std::vector<bool> FrameHubPrivate::_releaseAll(SubscriberPtr subscriber)
+{
+    std::vector<bool> results;
+    Subscriber::ImageBufferMap& held = subscriber->getImageBufferMap();
+    for (const auto& entry : held) {
+        std::map<std::string, CameraPtr>::const_iterator camera = _cameras.find(entry.first);
+        results.push_back(camera != _cameras.end() && camera->second->releaseImageBuffer(entry.second));
+    }
+    held.clear();
+    return results;
+}
+
+bool FrameHubPrivate::_releaseImage(SubscriberPtr subscriber)
+{
+    const std::vector<bool> results = _releaseAll(subscriber);
+    return std::find(results.begin(), results.end(), false) == results.end();
+}
+
+bool FrameHubPrivate::_releaseDirectRawImage(SubscriberPtr subscriber)
+{
+    return _releaseImage(subscriber);
+}
+
+std::vector<bool> FrameHubPrivate::_releaseImages(SubscriberPtr subscriber)
+{
+    std::vector<bool> results = _releaseAll(subscriber);
+    if (results.empty())
+        results.assign(subscriber->getActiveCameraList().size(), true);
+    return results;
+}
+
+std::vector<bool> FrameHubPrivate::_releaseDirectRawImages(SubscriberPtr subscriber)
+{
+    return _releaseAll(subscriber);
+}
+
+} // namespace FrameHub
+} // namespace Kelmo

@@ -1,0 +1,63 @@
+// In its own executable: it replaces the global array allocator to count
+// the pixel blocks the library makes.
+#include "fake_camera.h"
+#include "hub_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+std::atomic<long> largeArrays{ 0 };
+const std::size_t kPixelBlock = 4096; // smaller blocks are bookkeeping, not images
+} // namespace
+
+void* operator new[](std::size_t size)
+{
+    if (size >= kPixelBlock)
+        ++largeArrays;
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+using namespace Kelmo::FrameHub;
+
+// Subscribers that release in time, fed frame after frame: once the rings
+// and the store have their blocks, nothing allocates pixels any more.
+TEST(SteadyState, NoPixelBlockIsAllocated)
+{
+    ManualClock clock;
+    FrameHub hub({ simulator2D("front") });
+    const std::string rgb = hub.subscribeCamera("rgb", "front", Resolution(640, 480), COLORSPACE_RGB_888, 30);
+    const std::string y = hub.subscribeCamera("y", "front", Resolution(320, 240), COLORSPACE_Y_8, 15);
+    const std::string raw = hub.subscribeCamera("raw", "front", Resolution(640, 480), COLORSPACE_YUV_422, 30);
+    std::vector<uint8_t> frame = rgbFrame(640, 480, 1);
+
+    auto cycle = [&] {
+        clock.advanceMs(100);
+        ASSERT_TRUE(hub.putImage("front", Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
+        for (const std::string& name : { rgb, y }) {
+            ASSERT_TRUE(hub.getImage(name)) << name;
+            ASSERT_TRUE(hub.releaseImage(name));
+        }
+        ASSERT_TRUE(hub.getDirectRawImage(raw));
+        ASSERT_TRUE(hub.releaseDirectRawImage(raw));
+    };
+    for (int i = 0; i < 3; ++i)
+        cycle();
+    const long warm = largeArrays.load();
+    EXPECT_GT(warm, 0); // the counter does see the library's blocks
+    for (int i = 0; i < 50; ++i)
+        cycle();
+    EXPECT_EQ(largeArrays.load(), warm);
+}
+
+} // namespace
