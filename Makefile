@@ -33,12 +33,14 @@ check-sanitizers: deps
 		ctest --output-on-failure --timeout 900 -j$(JOBS)
 
 # Benchmarks in a Release build of their own: the 2D conversions against
-# memcpy, OpenCV and libyuv (medians of three runs and the ratio summary), and the per-frame image hand-out.
+# memcpy, OpenCV and libyuv (medians of three runs and the ratio summary),
+# the depth conversions against memcpy, and the per-frame image hand-out.
 bench: deps
 	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DFRAMEHUB_BUILD_BENCH=ON -DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
 	@cmake --build build-bench -j$(JOBS)
 	@build-bench/bench/conversion_bench --benchmark_color=false --benchmark_min_time=0.2 \
 		--benchmark_repetitions=3 --benchmark_report_aggregates_only=true
+	@build-bench/bench/depth_bench --benchmark_color=false
 	@build-bench/bench/handout_bench --benchmark_color=false
 
 clean:

@@ -301,7 +301,7 @@ TEST(Builder, ModelsDefaultsAndRefusals)
     EXPECT_FALSE(camera->isOpen());
     EXPECT_NE(builder.getCamera(), camera);
 
-    for (const char* model : { "simulator2D", "", "Simulator3D" }) {
+    for (const char* model : { "simulator2D", "", "simulator3D" }) {
         CameraInfo bad = info2D();
         bad.model = model;
         try {

@@ -2,6 +2,7 @@
 
 #include "camera/camera.h"
 #include "simulator/camera_simulator_2d.h"
+#include "simulator/camera_simulator_3d.h"
 #include "types/framehub_log.h"
 
 #include <kelmoerror/kelmo_error.h>
@@ -30,6 +31,7 @@ struct Model {
 // Exact, case-sensitive model names.
 const Model kModels[] = {
     { "Simulator2D", &make<CameraSimulator2D> },
+    { "Simulator3D", &make<CameraSimulator3D> },
 };
 
 // Every camera reads the first and last element of its native sets.

@@ -1,6 +1,7 @@
 #include "camera_simulator.h"
 
 #include "pipeline/camera_2d.h"
+#include "pipeline/camera_3d.h"
 #include "types/framehub_log.h"
 
 #include <cstring>
@@ -150,6 +151,7 @@ CameraPreferences CameraSimulator<T>::_expectedImageParameters(ColorSpace colorS
 }
 
 template class CameraSimulator<Camera2D>;
+template class CameraSimulator<Camera3D>;
 
 } // namespace FrameHub
 } // namespace Kelmo

@@ -1,0 +1,183 @@
+#include "camera_simulator_3d.h"
+
+#include "types/framehub_log.h"
+
+#include <lumo/os.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace Kelmo {
+namespace FrameHub {
+
+namespace {
+lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camerasimulator3d");
+
+bool isScale(uint64_t scale) { return scale == 2 || scale == 4 || scale == 8; }
+
+// Writes outW x outH samples, row after row, each taken from the source at
+// the position the maps give.
+template <typename ColumnMap, typename RowMap>
+void resample(const uint16_t* __restrict source, uint64_t sourceWidth, uint16_t* __restrict out, uint64_t outW,
+              uint64_t outH, ColumnMap sourceColumn, RowMap sourceRow)
+{
+    for (uint64_t y = 0; y < outH; ++y) {
+        const uint16_t* row = source + sourceRow(y) * sourceWidth;
+        for (uint64_t x = 0; x < outW; ++x)
+            *out++ = row[sourceColumn(x)];
+    }
+}
+} // namespace
+
+CameraSimulator3D::CameraSimulator3D(const std::string& name, const std::string& backendArgument)
+    : CameraSimulator<Camera3D>("Simulator3D", name, backendArgument)
+    , _depthBuffer(new ImageBuffer(name, Resolution(0, 0), COLORSPACE_DEPTH_16, true))
+    , _infraredBuffer(new ImageBuffer(name, Resolution(0, 0), COLORSPACE_INFRARED_16, true))
+{
+}
+
+CameraSimulator3D::~CameraSimulator3D()
+{
+    close();
+    _infraredBuffer.reset();
+    _depthBuffer.reset();
+}
+
+bool CameraSimulator3D::isExtraColorSpace(const ColorSpace& colorSpace) const
+{
+    return colorSpace == COLORSPACE_INFRARED_16;
+}
+
+bool CameraSimulator3D::isColorSpaceValid(const ColorSpace& colorSpace) const
+{
+    return Camera3D::isColorSpaceValid(colorSpace) || isExtraColorSpace(colorSpace);
+}
+
+bool CameraSimulator3D::_putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
+{
+    if (colorSpace != COLORSPACE_INFRARED_16 && colorSpace != COLORSPACE_DEPTH_16) {
+        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Colorspace not supported. Please use Depth ColorSpace.";
+        return false;
+    }
+    if (!isResolutionValid(resolution)) {
+        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Unknown resolution from simulator!";
+        return false;
+    }
+    if (!_open()) {
+        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Can't open the camera device.";
+        return false;
+    }
+    if (!_checkFrame(resolution, data, getColorSpaceDepth(COLORSPACE_DEPTH_16), "16-bit"))
+        return false;
+    const Resolution target = _currentPreferences.getResolution();
+
+    lumo::os::timeval now;
+    lumo::os::gettimeofday(&now);
+    ImageBuffer frame(getName(), resolution, colorSpace, false);
+    frame.setData(static_cast<unsigned char*>(const_cast<void*>(data)));
+
+    ImageBuffer& store = colorSpace == COLORSPACE_DEPTH_16 ? *_depthBuffer : *_infraredBuffer;
+    store.setTimeStamp(now.tv_sec * 1000000 + now.tv_usec);
+    store.setResolution(target);
+    // The depth store follows the camera's colour space, the infrared one is
+    // always infrared.
+    store.setColorSpace(colorSpace == COLORSPACE_DEPTH_16 ? _currentPreferences.getColorSpace()
+                                                         : COLORSPACE_INFRARED_16);
+    return _reSize(frame, reinterpret_cast<uint16_t*>(store.getData()));
+}
+
+bool CameraSimulator3D::_readStore(ImageBuffer& store, bool infrared, boost::shared_ptr<ImageBuffer> buffer,
+                                   const char* function)
+{
+    if (store.getResolution() != _currentPreferences.getResolution()) {
+        FRAMEHUB_LOG_AS(logCategory, 2, function) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
+                                        "Please check that the simulator is running.";
+        if (infrared)
+            _createDefaultInfraredImage();
+        else
+            _createDefaultDepthImage();
+    }
+    if (!buffer) {
+        FRAMEHUB_LOG_AS(logCategory, 2, function) << "_getDirectRawImage(): error trying to find available buffer.";
+        return false;
+    }
+    buffer->setResolution(_currentPreferences.getResolution());
+    buffer->setColorSpace(infrared ? COLORSPACE_INFRARED_16 : _currentPreferences.getColorSpace());
+    buffer->setTimeStamp(store.getTimeStamp());
+    // Both are 2 bytes a sample at the camera's size; never copy past the smaller.
+    std::memcpy(buffer->getData(), store.getData(), std::min(store.getSize(), buffer->getSize()));
+    return true;
+}
+
+bool CameraSimulator3D::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer)
+{
+    return _readStore(*_depthBuffer, false, buffer, __func__);
+}
+
+bool CameraSimulator3D::_getExtraColorSpaceBuffer(const CameraPreferences&, boost::shared_ptr<ImageBuffer> buffer)
+{
+    return _readStore(*_infraredBuffer, true, buffer, __func__);
+}
+
+void CameraSimulator3D::_createDefaultDepthImage() { _createDefaultImage(*_depthBuffer); }
+
+// The camera's colour space, not infrared: only a put makes this store infrared.
+void CameraSimulator3D::_createDefaultInfraredImage() { _createDefaultImage(*_infraredBuffer); }
+
+CameraPreferences CameraSimulator3D::_getExpectedImageParameters()
+{
+    // The camera's own colour space, as it stands.
+    return _expectedImageParameters(_currentPreferences.getColorSpace(), logCategory);
+}
+
+bool CameraSimulator3D::_reSize(const ImageBuffer& source, uint16_t* destination)
+{
+    const Resolution size = source.getResolution();
+    const uint16_t* samples = reinterpret_cast<const uint16_t*>(const_cast<ImageBuffer&>(source).getData());
+    uint64_t factor;
+    switch (_planResize(size, factor)) {
+    case RESIZE_COPY: std::memcpy(destination, samples, size.width * size.height * sizeof(uint16_t)); return true;
+    case RESIZE_OVERSAMPLE: return _overSample(factor, size.width, size.height, samples, destination);
+    case RESIZE_SUBSAMPLE: return _subSample(factor, size.width, size.height, samples, destination);
+    default: return false;
+    }
+}
+
+// Keeps every scale-th sample of every scale-th row, clipped to the camera's
+// size: with exact multiples that is all of it, otherwise what lies past the
+// camera's size is dropped.
+bool CameraSimulator3D::_subSample(uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source,
+                                   uint16_t* destination)
+{
+    if (!isScale(scale))
+        return false;
+    const Resolution target = _currentPreferences.getResolution();
+    const uint64_t outW = std::min(width / scale, target.width);
+    const uint64_t outH = std::min(height / scale, target.height);
+    if (outH == 0 || outW == 0)
+        return true;
+    resample(source, width, destination, outW, outH, [scale](uint64_t x) { return x * scale; },
+             [scale](uint64_t y) { return y * scale; });
+    return true;
+}
+
+// Repeats each sample over a scale x scale block, filling the camera's size:
+// where it is not an exact multiple, the last column and row of the frame
+// are repeated up to the edge.
+bool CameraSimulator3D::_overSample(uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source,
+                                    uint16_t* destination)
+{
+    if (!isScale(scale))
+        return false;
+    if (height == 0 || width == 0)
+        return true;
+    const Resolution target = _currentPreferences.getResolution();
+    const uint64_t lastColumn = width - 1, lastRow = height - 1;
+    resample(source, width, destination, target.width, target.height,
+             [scale, lastColumn](uint64_t x) { return std::min(x / scale, lastColumn); },
+             [scale, lastRow](uint64_t y) { return std::min(y / scale, lastRow); });
+    return true;
+}
+
+} // namespace FrameHub
+} // namespace Kelmo
