@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test check-sanitizers bench clean
+.PHONY: all deps configure build test demo check-sanitizers bench clean
 
 all: build
 
@@ -19,6 +19,13 @@ build: configure
 
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure --timeout 600 -j$(JOBS)
+
+# The main job: two simulated cameras shared by a dozen clients for a few
+# seconds; pictures land in demo-output/. DEMO_ARGS passes options through.
+DEMO_ARGS ?=
+demo: configure
+	@cmake --build $(BUILD_DIR) -j$(JOBS) --target framehub-demo
+	@$(BUILD_DIR)/tools/framehub-demo $(DEMO_ARGS)
 
 # The whole suite under AddressSanitizer with UndefinedBehaviorSanitizer, then
 # under ThreadSanitizer, each in its own build directory.
