@@ -36,7 +36,7 @@ check-sanitizers: deps
 		ctest --output-on-failure --timeout 900 -j$(JOBS)
 	@cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFRAMEHUB_SANITIZE=thread >/dev/null
 	@cmake --build build-tsan -j$(JOBS)
-	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 		ctest --output-on-failure --timeout 900 -j$(JOBS)
 
 # Benchmarks in a Release build of their own: the 2D conversions against
