@@ -28,10 +28,15 @@ public:
     static const ColorSpace defaultColorSpace;
 
 private:
-    Resolution resolution;
-    ColorSpace colorSpace;
-    // A subscriber's new rate reaches every request it has on file, also
-    // those attached to cameras that read them under their own lock.
+    // Atomic fields: a request is attached to a camera, which reads it under
+    // its own lock, while the hub may rewrite it from a client's thread (a
+    // new rate for all of a subscriber's requests, a request moved with its
+    // subscriber). Each field is read and written whole; a size read during
+    // a rewrite may pair the new width with the old height until the next
+    // negotiation, which reads it again.
+    std::atomic<uint64_t> width;
+    std::atomic<uint64_t> height;
+    std::atomic<int> colorSpace;
     std::atomic<int32_t> refreshRate;
 };
 
