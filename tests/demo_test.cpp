@@ -41,7 +41,7 @@ TEST(Demo, OneSecondRunWritesTableAndPictures)
     ASSERT_EQ(r.status, 0) << r.output;
     for (const char* column : { "subscriber", "colorspace", "achieved", "median us", "p99 us", "cached" })
         EXPECT_NE(r.output.find(column), std::string::npos) << column;
-    for (const char* row : { "viewer_0", "recorder_0", "cloud_0", "fusion_0" })
+    for (const char* row : { "viewer_0", "logger_0", "recorder_0", "cloud_0", "fusion_0" })
         EXPECT_NE(r.output.find(row), std::string::npos) << row;
     const std::string last = r.output.substr(r.output.rfind('\n', r.output.size() - 2) + 1);
     EXPECT_NE(last.find(std::filesystem::absolute(out).string()), std::string::npos) << last;
@@ -52,7 +52,7 @@ TEST(Demo, OneSecondRunWritesTableAndPictures)
     } pictures[] = { { "viewer_0.png", 640, 480 },      { "edges_0.png", 640, 480 },
                      { "recorder_0.png", 1280, 960 },   { "cloud_0.png", 480, 360 },
                      { "ranges_0.png", 320, 240 },      { "fusion_0-depth.png", 320, 240 },
-                     { "contact-sheet.png", 1280, 786 } };
+                     { "contact-sheet.png", 1280, 1048 } };
     for (const Picture& p : pictures) {
         cv::Mat image = cv::imread((out / p.file).string(), cv::IMREAD_COLOR);
         ASSERT_FALSE(image.empty()) << p.file;

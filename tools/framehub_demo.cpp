@@ -153,6 +153,8 @@ std::vector<Client*> makeClients()
     };
     std::vector<Client*> clients = {
         one("viewer", "color", { 640, 480 }, COLORSPACE_RGB_888, 30),
+        // Same format as the viewer at a lower rate: served the viewer's images.
+        one("logger", "color", { 640, 480 }, COLORSPACE_RGB_888, 5),
         one("tracker", "color", { 320, 240 }, COLORSPACE_BGR_888, 30),
         one("edges", "color", { 640, 480 }, COLORSPACE_Y_8, 15),
         one("skin", "color", { 320, 240 }, COLORSPACE_HSY_888, 15),
@@ -170,6 +172,28 @@ std::vector<Client*> makeClients()
     clients.push_back(fusion);
     return clients;
 }
+
+// Images handed out recently, by buffer and time stamp. A conversion writes
+// a new pair; meeting a pair again means the ring served an image that was
+// already converted, for this client or another one of the same format.
+class RecentImages {
+public:
+    // True when the pair was seen before; records it otherwise.
+    bool seen(const ImageBuffer* buffer, int64_t stamp)
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        const std::pair<const ImageBuffer*, int64_t> id(buffer, stamp);
+        if (std::find(_ring.begin(), _ring.end(), id) != _ring.end())
+            return true;
+        _ring[_next++ % _ring.size()] = id;
+        return false;
+    }
+
+private:
+    std::mutex _mutex;
+    std::vector<std::pair<const ImageBuffer*, int64_t>> _ring = std::vector<std::pair<const ImageBuffer*, int64_t>>(256);
+    size_t _next = 0;
+};
 
 bool subscribe(FrameHub& hub, Client& c)
 {
@@ -191,13 +215,12 @@ bool subscribe(FrameHub& hub, Client& c)
 }
 
 // Fetch, check, keep a copy now and then, release; paced to the client's rate.
-void runClient(FrameHub& hub, Client& c, const std::atomic<bool>& stop)
+void runClient(FrameHub& hub, Client& c, RecentImages& recent, const std::atomic<bool>& stop)
 {
     const bool multi = c.requests.size() > 1;
     const auto period = std::chrono::microseconds(1000000 / c.rate);
     auto next = Clock::now();
     auto lastSnapshot = Clock::time_point();
-    std::vector<std::pair<const ImageBuffer*, int64_t>> previous(c.requests.size());
     while (!stop) {
         const auto start = Clock::now();
         std::vector<FrameHub::Buffer> images =
@@ -213,9 +236,7 @@ void runClient(FrameHub& hub, Client& c, const std::atomic<bool>& stop)
             for (size_t i = 0; i < images.size(); ++i) {
                 const Request& r = c.requests[i];
                 c.wrong += images[i]->getColorSpace() != r.space || images[i]->getResolution() != r.size;
-                const std::pair<const ImageBuffer*, int64_t> id(images[i].get(), images[i]->getTimeStamp());
-                allCached = allCached && id == previous[i];
-                previous[i] = id;
+                allCached = recent.seen(images[i].get(), images[i]->getTimeStamp()) && allCached;
             }
             c.cached += allCached;
             if (Clock::now() - lastSnapshot > std::chrono::milliseconds(250) || stop) {
@@ -363,9 +384,10 @@ int main(int argc, char** argv)
     feeder.feedOnce(0.0); // a first frame at the negotiated sizes before anyone reads
     std::atomic<bool> stop{ false };
     std::thread feederThread([&] { feeder.run(stop, origin); });
+    RecentImages recent;
     std::vector<std::thread> threads;
     for (Client* c : clients)
-        threads.emplace_back([&, c] { runClient(hub, *c, stop); });
+        threads.emplace_back([&, c] { runClient(hub, *c, recent, stop); });
 
     const bool tty = isatty(fileno(stdout));
     const auto end = origin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
