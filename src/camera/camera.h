@@ -209,6 +209,9 @@ protected:
 
 private:
     void _resetCurrentPreferencesToDefaults();
+    // Both raw fetches: the main stream, or the extra colour space.
+    boost::shared_ptr<ImageBuffer> _grabRawBuffer(const CameraPreferences& preferences, int32_t& failures, bool extra,
+                                                  const char* function);
 };
 
 } // namespace FrameHub

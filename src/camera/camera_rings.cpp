@@ -145,56 +145,43 @@ boost::shared_ptr<ImageBuffer> Camera::_getConvertedRawBuffer(const CameraPrefer
 
 boost::shared_ptr<ImageBuffer> Camera::_getDirectRawImageBuffer(const CameraPreferences& preferences)
 {
-    boost::shared_ptr<ImageBuffer> fresh = _getTheNewestValidRawBuffer(preferences);
-    if (fresh)
-        return fresh;
-
-    if (++_rawFailureCount > 4) {
-        FRAMEHUB_LOG(logCategory, 2) << "Can't get image from " << _name << ". Restart the camera.";
-        _reset();
-        _rawFailureCount = 0;
-    }
-    if (!_start()) {
-        FRAMEHUB_LOG(logCategory, 2) << "Can't start " << _name << " to get a new image.";
-        return boost::shared_ptr<ImageBuffer>();
-    }
-    boost::shared_ptr<ImageBuffer> buffer = _lockOldestRawBufferForEditing(preferences);
-    if (!buffer)
-        return buffer;
-    buffer->setFielOfView(getFieldOfView());
-    if (!_getDirectRawImage(buffer)) {
-        unpin(*buffer);
-        return boost::shared_ptr<ImageBuffer>();
-    }
-    _rawFailureCount = 0;
-    return buffer;
+    return _grabRawBuffer(preferences, _rawFailureCount, false, __func__);
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_getDirectRawExtraColorSpaceImageBuffer(const CameraPreferences& preferences)
+{
+    return _grabRawBuffer(preferences, _extraRawFailureCount, true, __func__);
+}
+
+// A fresh raw frame if there is one; otherwise count the miss (the fifth in
+// a row resets the camera), start the camera and grab into a free buffer.
+boost::shared_ptr<ImageBuffer> Camera::_grabRawBuffer(const CameraPreferences& preferences, int32_t& failures,
+                                                      bool extra, const char* function)
 {
     boost::shared_ptr<ImageBuffer> fresh = _getTheNewestValidRawBuffer(preferences);
     if (fresh)
         return fresh;
 
-    if (++_extraRawFailureCount > 4) {
-        FRAMEHUB_LOG(logCategory, 2) << "Can't get image from " << _name << ". Restart the camera.";
+    if (++failures > 4) {
+        FRAMEHUB_LOG_AS(logCategory, 2, function) << "Can't get image from " << _name << ". Restart the camera.";
         _reset();
-        _extraRawFailureCount = 0;
+        failures = 0;
     }
     if (!_start()) {
-        FRAMEHUB_LOG(logCategory, 2) << "Can't start " << _name << " to get a new image.";
+        FRAMEHUB_LOG_AS(logCategory, 2, function) << "Can't start " << _name << " to get a new image.";
         return boost::shared_ptr<ImageBuffer>();
     }
     boost::shared_ptr<ImageBuffer> buffer = _lockOldestRawBufferForEditing(preferences);
     if (!buffer)
         return buffer;
-    buffer->setColorSpace(preferences.getColorSpace());
+    if (extra)
+        buffer->setColorSpace(preferences.getColorSpace());
     buffer->setFielOfView(getFieldOfView());
-    if (!_getExtraColorSpaceBuffer(preferences, buffer)) {
+    if (!(extra ? _getExtraColorSpaceBuffer(preferences, buffer) : _getDirectRawImage(buffer))) {
         unpin(*buffer);
         return boost::shared_ptr<ImageBuffer>();
     }
-    _extraRawFailureCount = 0;
+    failures = 0;
     return buffer;
 }
 

@@ -7,6 +7,7 @@
 
 #include <lumo/log.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -47,6 +48,53 @@ protected:
     // truncated; whether the factor is 2, 4 or 8 is the resampler's test).
     enum Resize { RESIZE_COPY, RESIZE_OVERSAMPLE, RESIZE_SUBSAMPLE, RESIZE_REFUSED };
     Resize _planResize(const Resolution& frame, uint64_t& factor) const;
+
+    static bool _isResampleFactor(uint64_t scale) { return scale == 2 || scale == 4 || scale == 8; }
+
+    // The two resamplings of a width x height frame into the camera's size;
+    // write(source, sourceWidth, destination, columns, rows, columnMap,
+    // rowMap) puts each output pixel down from the source pixel the maps
+    // give. Shrinking keeps every scale-th pixel of every scale-th row,
+    // clipped to the camera's size: with exact multiples that is all of it,
+    // otherwise what lies past the camera's size is dropped.
+    template <typename Write, typename Pixel, typename Out>
+    bool _subSampleWith(Write write, uint64_t scale, uint64_t width, uint64_t height, const Pixel* source,
+                        Out* destination) const
+    {
+        if (!_isResampleFactor(scale))
+            return false;
+        const Resolution target = this->_currentPreferences.getResolution();
+        const uint64_t columns = std::min(width / scale, target.width), rows = std::min(height / scale, target.height);
+        if (columns == 0 || rows == 0)
+            return true;
+        write(source, width, destination, columns, rows, [scale](uint64_t x) { return x * scale; },
+              [scale](uint64_t y) { return y * scale; });
+        return true;
+    }
+
+    // Enlarging repeats each pixel over a scale x scale block; where the
+    // camera's size is no exact multiple, the last column and row of the
+    // frame are repeated up to the edge.
+    template <typename Write, typename Pixel, typename Out>
+    bool _overSampleWith(Write write, uint64_t scale, uint64_t width, uint64_t height, const Pixel* source,
+                         Out* destination) const
+    {
+        if (!_isResampleFactor(scale))
+            return false;
+        if (width == 0 || height == 0)
+            return true;
+        const Resolution target = this->_currentPreferences.getResolution();
+        if (width * scale == target.width && height * scale == target.height) {
+            write(source, width, destination, target.width, target.height, [scale](uint64_t x) { return x / scale; },
+                  [scale](uint64_t y) { return y / scale; });
+            return true;
+        }
+        const uint64_t lastColumn = width - 1, lastRow = height - 1;
+        write(source, width, destination, target.width, target.height,
+              [scale, lastColumn](uint64_t x) { return std::min(x / scale, lastColumn); },
+              [scale, lastRow](uint64_t y) { return std::min(y / scale, lastRow); });
+        return true;
+    }
 
     // A store's default image: the camera's size and colour space, all zero
     // bytes, time stamp 0.

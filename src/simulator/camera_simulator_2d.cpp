@@ -4,7 +4,6 @@
 
 #include <lumo/os.h>
 
-#include <algorithm>
 #include <cstring>
 
 namespace Kelmo {
@@ -74,8 +73,6 @@ void writeYuv422(const uint8_t* __restrict source, uint64_t sourceWidth, uint8_t
         out[1] = blueChromaOf(pending);
     }
 }
-
-bool isScale(uint64_t scale) { return scale == 2 || scale == 4 || scale == 8; }
 
 } // namespace
 
@@ -166,45 +163,16 @@ bool CameraSimulator2D::_reSize(const ImageBuffer& source, unsigned char* destin
     }
 }
 
-// Keeps the pixel at every scale-th row and column. The output is clipped to
-// the camera's size: with exact multiples that is all of it, otherwise the
-// columns and rows past the camera's size are dropped.
 bool CameraSimulator2D::_subSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
                                    unsigned char* destination)
 {
-    if (!isScale(scale))
-        return false;
-    const Resolution target = _currentPreferences.getResolution();
-    const uint64_t outW = std::min(width / scale, target.width);
-    const uint64_t outH = std::min(height / scale, target.height);
-    if (outH == 0 || outW == 0)
-        return true;
-    writeYuv422(source, width, destination, outW, outH, [scale](uint64_t x) { return x * scale; },
-                [scale](uint64_t y) { return y * scale; });
-    return true;
+    return _subSampleWith([](auto&&... a) { writeYuv422(a...); }, scale, width, height, source, destination);
 }
 
-// Repeats each pixel over a scale x scale block, filling the camera's size:
-// where it is not an exact multiple, the last column and row of the frame
-// are repeated up to the edge.
 bool CameraSimulator2D::_overSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
                                     unsigned char* destination)
 {
-    if (!isScale(scale))
-        return false;
-    if (height == 0 || width == 0)
-        return true;
-    const Resolution target = _currentPreferences.getResolution();
-    if (width * scale == target.width && height * scale == target.height) {
-        writeYuv422(source, width, destination, target.width, target.height,
-                    [scale](uint64_t x) { return x / scale; }, [scale](uint64_t y) { return y / scale; });
-        return true;
-    }
-    const uint64_t lastColumn = width - 1, lastRow = height - 1;
-    auto column = [scale, lastColumn](uint64_t x) { return std::min(x / scale, lastColumn); };
-    auto row = [scale, lastRow](uint64_t y) { return std::min(y / scale, lastRow); };
-    writeYuv422(source, width, destination, target.width, target.height, column, row);
-    return true;
+    return _overSampleWith([](auto&&... a) { writeYuv422(a...); }, scale, width, height, source, destination);
 }
 
 } // namespace FrameHub

@@ -13,8 +13,6 @@ namespace FrameHub {
 namespace {
 lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camerasimulator3d");
 
-bool isScale(uint64_t scale) { return scale == 2 || scale == 4 || scale == 8; }
-
 // Writes outW x outH samples, row after row, each taken from the source at
 // the position the maps give.
 template <typename ColumnMap, typename RowMap>
@@ -143,40 +141,16 @@ bool CameraSimulator3D::_reSize(const ImageBuffer& source, uint16_t* destination
     }
 }
 
-// Keeps every scale-th sample of every scale-th row, clipped to the camera's
-// size: with exact multiples that is all of it, otherwise what lies past the
-// camera's size is dropped.
 bool CameraSimulator3D::_subSample(uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source,
                                    uint16_t* destination)
 {
-    if (!isScale(scale))
-        return false;
-    const Resolution target = _currentPreferences.getResolution();
-    const uint64_t outW = std::min(width / scale, target.width);
-    const uint64_t outH = std::min(height / scale, target.height);
-    if (outH == 0 || outW == 0)
-        return true;
-    resample(source, width, destination, outW, outH, [scale](uint64_t x) { return x * scale; },
-             [scale](uint64_t y) { return y * scale; });
-    return true;
+    return _subSampleWith([](auto&&... a) { resample(a...); }, scale, width, height, source, destination);
 }
 
-// Repeats each sample over a scale x scale block, filling the camera's size:
-// where it is not an exact multiple, the last column and row of the frame
-// are repeated up to the edge.
 bool CameraSimulator3D::_overSample(uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source,
                                     uint16_t* destination)
 {
-    if (!isScale(scale))
-        return false;
-    if (height == 0 || width == 0)
-        return true;
-    const Resolution target = _currentPreferences.getResolution();
-    const uint64_t lastColumn = width - 1, lastRow = height - 1;
-    resample(source, width, destination, target.width, target.height,
-             [scale, lastColumn](uint64_t x) { return std::min(x / scale, lastColumn); },
-             [scale, lastRow](uint64_t y) { return std::min(y / scale, lastRow); });
-    return true;
+    return _overSampleWith([](auto&&... a) { resample(a...); }, scale, width, height, source, destination);
 }
 
 } // namespace FrameHub
