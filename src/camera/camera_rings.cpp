@@ -43,10 +43,30 @@ boost::shared_ptr<ImageBuffer> lockNewest(const std::set<boost::shared_ptr<Image
     return result;
 }
 
+// The first free buffer that fits, pinned for a writer; the ring grows by
+// one when none does, and the new buffer is taken on the second pass.
+template <typename Fits, typename Grow>
+boost::shared_ptr<ImageBuffer> lockFirstFree(
+    const std::set<boost::shared_ptr<ImageBuffer>>& ring, Fits fits, Grow grow, const char* function)
+{
+    for (int pass = 0; pass < 2; ++pass) {
+        for (const auto& buffer : ring) {
+            if (buffer->lockCount == 0 && fits(*buffer)) {
+                buffer->lockCount = 1;
+                return buffer;
+            }
+        }
+        if (pass == 0 && !grow())
+            break;
+    }
+    FRAMEHUB_LOG_AS(logCategory, 2, function) << "No buffer available for editing.";
+    return boost::shared_ptr<ImageBuffer>();
+}
+
 // Too old when older than one frame period of the asking subscriber, all in
 // milliseconds truncated towards zero; the bound itself is still fresh.
-boost::shared_ptr<ImageBuffer> keepIfFresh(boost::shared_ptr<ImageBuffer> buffer, int64_t seconds,
-                                           int64_t microseconds, int refreshRate)
+boost::shared_ptr<ImageBuffer> keepIfFresh(
+    boost::shared_ptr<ImageBuffer> buffer, int64_t seconds, int64_t microseconds, int refreshRate)
 {
     if (!buffer)
         return buffer;
@@ -127,8 +147,8 @@ boost::shared_ptr<ImageBuffer> Camera::_getImageBuffer(const CameraPreferences& 
 boost::shared_ptr<ImageBuffer> Camera::_getConvertedRawBuffer(const CameraPreferences& preferences)
 {
     boost::shared_ptr<ImageBuffer> source = isExtraColorSpace(preferences.getColorSpace())
-                                                ? _getDirectRawExtraColorSpaceImageBuffer(preferences)
-                                                : _getDirectRawImageBuffer(preferences);
+        ? _getDirectRawExtraColorSpaceImageBuffer(preferences)
+        : _getDirectRawImageBuffer(preferences);
     if (!source)
         return source;
     boost::shared_ptr<ImageBuffer> target = _lockOldestBufferForEditing(preferences);
@@ -155,8 +175,8 @@ boost::shared_ptr<ImageBuffer> Camera::_getDirectRawExtraColorSpaceImageBuffer(c
 
 // A fresh raw frame if there is one; otherwise count the miss (the fifth in
 // a row resets the camera), start the camera and grab into a free buffer.
-boost::shared_ptr<ImageBuffer> Camera::_grabRawBuffer(const CameraPreferences& preferences, int32_t& failures,
-                                                      bool extra, const char* function)
+boost::shared_ptr<ImageBuffer> Camera::_grabRawBuffer(
+    const CameraPreferences& preferences, int32_t& failures, bool extra, const char* function)
 {
     boost::shared_ptr<ImageBuffer> fresh = _getTheNewestValidRawBuffer(preferences);
     if (fresh)
@@ -193,25 +213,24 @@ boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidBuffer(const CameraPref
 {
     lumo::os::timeval now;
     lumo::os::gettimeofday(&now);
-    return keepIfFresh(_lockTheNewestBufferForReading(preferences), now.tv_sec, now.tv_usec,
-                       preferences.getRefreshRate());
+    return keepIfFresh(
+        _lockTheNewestBufferForReading(preferences), now.tv_sec, now.tv_usec, preferences.getRefreshRate());
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidRawBuffer(const CameraPreferences& preferences)
 {
     lumo::os::timeval now;
     lumo::os::gettimeofday(&now);
-    return keepIfFresh(_lockTheNewestRawBufferForReading(preferences), now.tv_sec, now.tv_usec,
-                       preferences.getRefreshRate());
+    return keepIfFresh(
+        _lockTheNewestRawBufferForReading(preferences), now.tv_sec, now.tv_usec, preferences.getRefreshRate());
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_lockTheNewestBufferForReading(const CameraPreferences& preferences)
 {
     const Resolution resolution = preferences.getResolution();
     const ColorSpace colorSpace = preferences.getColorSpace();
-    return lockNewest(_buffers, [&](const ImageBuffer& b) {
-        return b.getResolution() == resolution && b.getColorSpace() == colorSpace;
-    });
+    return lockNewest(_buffers,
+        [&](const ImageBuffer& b) { return b.getResolution() == resolution && b.getColorSpace() == colorSpace; });
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_lockTheNewestRawBufferForReading(const CameraPreferences& preferences)
@@ -225,42 +244,25 @@ boost::shared_ptr<ImageBuffer> Camera::_lockTheNewestRawBufferForReading(const C
 // "Oldest" is the first free buffer in set order; no time stamp is compared.
 boost::shared_ptr<ImageBuffer> Camera::_lockOldestBufferForEditing(const CameraPreferences& preferences)
 {
-    for (int pass = 0; pass < 2; ++pass) {
-        for (const auto& buffer : _buffers) {
-            if (buffer->lockCount == 0 && buffer->isPreferencesValid(preferences)) {
-                buffer->lockCount = 1;
-                return buffer;
-            }
-        }
-        if (pass == 0 && !_increaseBufferNumber(preferences))
-            break;
-    }
-    FRAMEHUB_LOG(logCategory, 2) << "No buffer available for editing.";
-    return boost::shared_ptr<ImageBuffer>();
+    return lockFirstFree(
+        _buffers, [&](const ImageBuffer& b) { return b.isPreferencesValid(preferences); },
+        [&] { return _increaseBufferNumber(preferences); }, __func__);
 }
 
+// Any free raw buffer fits: the next frame sets its format.
 boost::shared_ptr<ImageBuffer> Camera::_lockOldestRawBufferForEditing(const CameraPreferences& preferences)
 {
-    for (int pass = 0; pass < 2; ++pass) {
-        for (const auto& buffer : _rawBuffers) {
-            if (buffer->lockCount == 0) {
-                buffer->lockCount = 1;
-                return buffer;
-            }
-        }
-        if (pass == 0 && !_increaseRawBufferNumber(preferences))
-            break;
-    }
-    FRAMEHUB_LOG(logCategory, 2) << "No buffer available for editing.";
-    return boost::shared_ptr<ImageBuffer>();
+    return lockFirstFree(
+        _rawBuffers, [](const ImageBuffer&) { return true; }, [&] { return _increaseRawBufferNumber(preferences); },
+        __func__);
 }
 
 // ---- Growing and shrinking ---------------------------------------------------
 
 bool Camera::_increaseBufferNumber(const CameraPreferences& preferences)
 {
-    boost::shared_ptr<ImageBuffer> buffer =
-        boost::make_shared<ImageBuffer>(getName(), preferences.getResolution(), preferences.getColorSpace(), true);
+    boost::shared_ptr<ImageBuffer> buffer
+        = boost::make_shared<ImageBuffer>(getName(), preferences.getResolution(), preferences.getColorSpace(), true);
     // Allocate now rather than at the first frame.
     if (!buffer || !buffer->getData()) {
         FRAMEHUB_LOG(logCategory, 2) << _name << ": Impossible to add a buffer";

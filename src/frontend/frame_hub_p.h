@@ -149,6 +149,7 @@ private:
     Buffer _getImage(SubscriberPtr subscriber);
     bool _releaseImage(SubscriberPtr subscriber);
     Buffer _getDirectRawImage(SubscriberPtr subscriber);
+    Buffer _getMonoImage(SubscriberPtr subscriber, bool raw, const char* worker, const char* logPrefix);
     bool _releaseDirectRawImage(SubscriberPtr subscriber);
     std::vector<Buffer> _getImages(SubscriberPtr subscriber);
     std::vector<bool> _releaseImages(SubscriberPtr subscriber);

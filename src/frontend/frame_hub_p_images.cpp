@@ -94,6 +94,20 @@ std::vector<bool> FrameHubPrivate::releaseDirectRawImages(const std::string& nam
 
 FrameHubPrivate::Buffer FrameHubPrivate::_getImage(SubscriberPtr subscriber)
 {
+    return _getMonoImage(subscriber, false, "_getImage", "_getImage(");
+}
+
+FrameHubPrivate::Buffer FrameHubPrivate::_getDirectRawImage(SubscriberPtr subscriber)
+{
+    // The plural in the text is how this record has always read.
+    return _getMonoImage(subscriber, true, "_getDirectRawImage", "_getDirectRawImages(");
+}
+
+// Both mono-stream fetches: the first active camera, alias resolved, with a
+// missing request repaired from the camera's defaults.
+FrameHubPrivate::Buffer FrameHubPrivate::_getMonoImage(
+    SubscriberPtr subscriber, bool raw, const char* worker, const char* logPrefix)
+{
     if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
         return Buffer();
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
@@ -102,36 +116,19 @@ FrameHubPrivate::Buffer FrameHubPrivate::_getImage(SubscriberPtr subscriber)
     CameraPtr camera = _camera(realName);
     boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
     if (!preferences) {
-        FRAMEHUB_LOG(logCategory, 3) << "_getImage(" << subscriber->getName() << "): can't get preferences for camera "
-                                     << realName << ", preferences will be generated with the default preferences";
+        FRAMEHUB_LOG_AS(logCategory, 3, worker)
+            << logPrefix << subscriber->getName() << "): can't get preferences for camera " << realName
+            << ", preferences will be generated with the default preferences";
         preferences = camera->buildDefaultPreferences();
         subscriber->setCameraPreferences(realName, preferences);
     }
-    Buffer buffer = camera->getImageBuffer(*preferences);
-    if (buffer)
-        subscriber->setImageBuffer(realName, buffer);
-    return buffer;
-}
-
-FrameHubPrivate::Buffer FrameHubPrivate::_getDirectRawImage(SubscriberPtr subscriber)
-{
-    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
-        return Buffer();
-    const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    if (!_checkIsCameraIdValid(realName))
-        return Buffer();
-    CameraPtr camera = _camera(realName);
-    boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
-    if (!preferences) {
-        FRAMEHUB_LOG(logCategory, 3) << "_getDirectRawImages(" << subscriber->getName()
-                                     << "): can't get preferences for camera " << realName
-                                     << ", preferences will be generated with the default preferences";
-        preferences = camera->buildDefaultPreferences();
-        subscriber->setCameraPreferences(realName, preferences);
-    }
-    Buffer buffer = camera->isExtraColorSpace(preferences->getColorSpace())
-                        ? camera->getDirectRawExtraColorSpaceImageBuffer(*preferences)
-                        : camera->getDirectRawImageBuffer(*preferences);
+    Buffer buffer;
+    if (!raw)
+        buffer = camera->getImageBuffer(*preferences);
+    else if (camera->isExtraColorSpace(preferences->getColorSpace()))
+        buffer = camera->getDirectRawExtraColorSpaceImageBuffer(*preferences);
+    else
+        buffer = camera->getDirectRawImageBuffer(*preferences);
     if (buffer)
         subscriber->setImageBuffer(realName, buffer);
     return buffer;
@@ -194,10 +191,7 @@ bool FrameHubPrivate::_releaseImage(SubscriberPtr subscriber)
     return std::find(results.begin(), results.end(), false) == results.end();
 }
 
-bool FrameHubPrivate::_releaseDirectRawImage(SubscriberPtr subscriber)
-{
-    return _releaseImage(subscriber);
-}
+bool FrameHubPrivate::_releaseDirectRawImage(SubscriberPtr subscriber) { return _releaseImage(subscriber); }
 
 std::vector<bool> FrameHubPrivate::_releaseImages(SubscriberPtr subscriber)
 {
@@ -207,10 +201,7 @@ std::vector<bool> FrameHubPrivate::_releaseImages(SubscriberPtr subscriber)
     return results;
 }
 
-std::vector<bool> FrameHubPrivate::_releaseDirectRawImages(SubscriberPtr subscriber)
-{
-    return _releaseAll(subscriber);
-}
+std::vector<bool> FrameHubPrivate::_releaseDirectRawImages(SubscriberPtr subscriber) { return _releaseAll(subscriber); }
 
 } // namespace FrameHub
 } // namespace Kelmo
