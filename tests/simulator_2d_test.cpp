@@ -1,7 +1,9 @@
 #include "fake_camera.h"
 #include "log_capture.h"
 
+#include "camera/camera_registry.h"
 #include "simulator/camera_simulator_2d.h"
+#include "simulator/camera_simulator_3d.h"
 
 #include <framehub/camera_builder.h>
 #include <kelmoerror/kelmo_error.h>
@@ -10,6 +12,7 @@
 #include <boost/pointer_cast.hpp>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 using namespace Kelmo::FrameHub;
@@ -300,6 +303,14 @@ TEST(Builder, ModelsDefaultsAndRefusals)
     EXPECT_EQ(camera->getDefaultFlip(), std::make_pair(true, false));
     EXPECT_FALSE(camera->isOpen());
     EXPECT_NE(builder.getCamera(), camera);
+
+    // Back-ends register themselves; the list is sorted and a model is taken once.
+    const std::vector<std::string> models = CameraBuilder::models();
+    EXPECT_TRUE(std::is_sorted(models.begin(), models.end()));
+    for (const char* model : { "Simulator2D", "Simulator3D" })
+        EXPECT_EQ(std::count(models.begin(), models.end(), model), 1) << model;
+    EXPECT_FALSE(registerCameraModel("Simulator2D", &makeCamera<CameraSimulator3D>));
+    EXPECT_EQ(CameraBuilder(info2D()).getCamera()->getModel(), "Simulator2D");
 
     for (const char* model : { "simulator2D", "", "simulator3D" }) {
         CameraInfo bad = info2D();

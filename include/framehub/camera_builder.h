@@ -7,6 +7,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace Kelmo {
 namespace FrameHub {
@@ -33,8 +34,9 @@ public:
 
 class Camera;
 
-// Turns a description into a live camera of the back-end its model names:
-// "Simulator2D" or "Simulator3D". The only factory of the library.
+// Turns a description into a live camera of the back-end its model names
+// ("Simulator2D", "Simulator3D" and whichever back-ends were compiled in).
+// The only factory of the library.
 class CameraBuilder {
 public:
     explicit CameraBuilder(const CameraInfo& info);
@@ -42,6 +44,9 @@ public:
     // Never null. Throws Kelmo::KelmoError for an unknown model or an empty
     // set of resolutions, colour spaces or frame rates.
     boost::shared_ptr<Camera> getCamera() const;
+
+    // Every model string this build can make, sorted.
+    static std::vector<std::string> models();
 
 private:
     CameraInfo _info;
