@@ -1,7 +1,8 @@
 // Camera: construction, lifecycle state machine and request negotiation.
-#include "camera.h"
+#include "camera/camera.h"
 
-#include "../types/framehub_log.h"
+#include "types/framehub_log.h"
+#include "types/locks.h"
 
 #include <boost/make_shared.hpp>
 #include <boost/thread/locks.hpp>
@@ -9,12 +10,7 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camera");
-
-typedef boost::unique_lock<boost::shared_mutex> ExclusiveLock;
-typedef boost::shared_lock<boost::shared_mutex> SharedLock;
-} // namespace
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camera")
 
 Camera::Camera(const std::string& model, const std::string& name)
     : _name(name)
@@ -53,13 +49,13 @@ bool Camera::_stopStreaming() { return true; }
 
 bool Camera::_putImage(const Resolution&, const ColorSpace&, const void*)
 {
-    FRAMEHUB_LOG(logCategory, 2) << "putImage(): not supported with this camera.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << "putImage(): not supported with this camera.";
     return false;
 }
 
 CameraPreferences Camera::_getExpectedImageParameters()
 {
-    FRAMEHUB_LOG(logCategory, 2) << "getExpectedImageParameters(): not supported with this camera.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << "getExpectedImageParameters(): not supported with this camera.";
     return CameraPreferences(CameraPreferences::defaultResolution, CameraPreferences::defaultColorSpace, 0);
 }
 
@@ -68,11 +64,11 @@ bool Camera::_stampConvertedBuffer(const CameraPreferences& preferences, const b
                                   const char* noSource, const char* noDestination)
 {
     if (!source || !source->getData()) {
-        FRAMEHUB_LOG_AS(category, 2, "_convertImage") << noSource;
+        FRAMEHUB_LOG_TO(category, LEVEL_ERROR, "_convertImage") << noSource;
         return false;
     }
     if (!destination || !destination->getData()) {
-        FRAMEHUB_LOG_AS(category, 2, "_convertImage") << noDestination;
+        FRAMEHUB_LOG_TO(category, LEVEL_ERROR, "_convertImage") << noDestination;
         return false;
     }
     destination->setResolution(preferences.getResolution());
@@ -203,7 +199,7 @@ bool Camera::_open()
 {
     if (_isOpen)
         return true;
-    FRAMEHUB_LOG(logCategory, 5) << "Opening " << _name;
+    FRAMEHUB_LOG(LEVEL_VERBOSE) << "Opening " << _name;
     if (!_openDevice())
         return false;
     _isOpen = true;
@@ -227,7 +223,7 @@ bool Camera::_close()
     if (!_isOpen)
         return true;
     const bool stopped = _stop();
-    FRAMEHUB_LOG(logCategory, 5) << "Closing " << _name;
+    FRAMEHUB_LOG(LEVEL_VERBOSE) << "Closing " << _name;
     const bool released = _releaseDevice();
     const bool closed = _closeDevice();
     _isOpen = false;
@@ -239,10 +235,10 @@ bool Camera::_start()
     if (_isStarted)
         return true;
     if (!_open()) {
-        FRAMEHUB_LOG(logCategory, 2) << "Error Starting " << _name;
+        FRAMEHUB_LOG(LEVEL_ERROR) << "Error Starting " << _name;
         return false;
     }
-    FRAMEHUB_LOG(logCategory, 5) << "Starting " << _name;
+    FRAMEHUB_LOG(LEVEL_VERBOSE) << "Starting " << _name;
     if (!_startStreaming())
         return false;
     _isStarted = true;
@@ -253,7 +249,7 @@ bool Camera::_stop()
 {
     if (!_isStarted)
         return true;
-    FRAMEHUB_LOG(logCategory, 5) << "Stoping " << _name;
+    FRAMEHUB_LOG(LEVEL_VERBOSE) << "Stoping " << _name;
     _isStarted = false;
     return _stopStreaming();
 }
@@ -262,23 +258,23 @@ bool Camera::_reset()
 {
     const bool wasStarted = _isStarted;
     bool result = true;
-    FRAMEHUB_LOG(logCategory, 3) << "Try to reset " << _name;
+    FRAMEHUB_LOG(LEVEL_WARNING) << "Try to reset " << _name;
     if (!_close()) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Can't close associated device.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Can't close associated device.";
         result = false;
     }
     if (!_open()) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Can't open associated device.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Can't open associated device.";
         result = false;
     }
     if (!_update()) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Can't adapt state to subscriber(s) requirement.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Can't adapt state to subscriber(s) requirement.";
         if (wasStarted)
             _start();
         return false;
     }
     if (result)
-        FRAMEHUB_LOG(logCategory, 4) << _name << " is now ready.";
+        FRAMEHUB_LOG(LEVEL_INFO) << _name << " is now ready.";
     if (!wasStarted)
         return result;
     return _start() ? result : false;
@@ -295,7 +291,7 @@ bool Camera::_update()
     bool ok = true;
     const Resolution current = _currentPreferences.getResolution();
     if (best != current) {
-        FRAMEHUB_LOG(logCategory, 5) << _name << " update resolution from " << current.width << "x" << current.height
+        FRAMEHUB_LOG(LEVEL_VERBOSE) << _name << " update resolution from " << current.width << "x" << current.height
                                      << " to " << best.width << "x" << best.height;
         ok = _setResolution(best);
     }
@@ -306,7 +302,7 @@ bool Camera::_update()
             rate = p->getRefreshRate();
     const int currentRate = _currentPreferences.getRefreshRate();
     if (rate != currentRate) {
-        FRAMEHUB_LOG(logCategory, 5) << _name << " update frame rate from " << currentRate << " to " << rate;
+        FRAMEHUB_LOG(LEVEL_VERBOSE) << _name << " update frame rate from " << currentRate << " to " << rate;
         if (ok)
             ok = _setFrameRate(rate);
     }
@@ -330,16 +326,16 @@ bool Camera::isValidRequest(const CameraPreferences& preferences) const
 {
     const Resolution r = preferences.getResolution();
     if (!isResolutionValid(r)) {
-        FRAMEHUB_LOG(logCategory, 2) << "resolution " << r.width << "x" << r.height << " not supported by device.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "resolution " << r.width << "x" << r.height << " not supported by device.";
         return false;
     }
     if (!isColorSpaceValid(preferences.getColorSpace())) {
-        FRAMEHUB_LOG(logCategory, 2) << "colorspace " << static_cast<int>(preferences.getColorSpace())
+        FRAMEHUB_LOG(LEVEL_ERROR) << "colorspace " << static_cast<int>(preferences.getColorSpace())
                                      << " not supported by device.";
         return false;
     }
     if (!isFrameRateValid(preferences.getRefreshRate())) {
-        FRAMEHUB_LOG(logCategory, 2) << "frame rate " << preferences.getRefreshRate()
+        FRAMEHUB_LOG(LEVEL_ERROR) << "frame rate " << preferences.getRefreshRate()
                                      << " not supported by the device.";
         return false;
     }
@@ -350,20 +346,20 @@ bool Camera::updateRequestToValidRequest(CameraPreferences& preferences) const
 {
     const int highestRate = *_nativelySupportedFrameRates.rbegin();
     if (preferences.getRefreshRate() <= 0) {
-        FRAMEHUB_LOG(logCategory, 3) << "Invalid Framerate, Framerate set to: 1";
+        FRAMEHUB_LOG(LEVEL_WARNING) << "Invalid Framerate, Framerate set to: 1";
         preferences.setRefreshRate(1);
     } else if (preferences.getRefreshRate() > highestRate) {
-        FRAMEHUB_LOG(logCategory, 3) << "Invalid Framerate, Framerate set to: " << highestRate;
+        FRAMEHUB_LOG(LEVEL_WARNING) << "Invalid Framerate, Framerate set to: " << highestRate;
         preferences.setRefreshRate(highestRate);
     }
     if (!isResolutionValid(preferences.getResolution())) {
         const Resolution r = buildDefaultPreferences()->getResolution();
-        FRAMEHUB_LOG(logCategory, 3) << "Invalid Resolution, Resolution set to: " << r.width << "x" << r.height;
+        FRAMEHUB_LOG(LEVEL_WARNING) << "Invalid Resolution, Resolution set to: " << r.width << "x" << r.height;
         preferences.setResolution(r);
     }
     if (!isColorSpaceValid(preferences.getColorSpace())) {
         const ColorSpace c = buildDefaultPreferences()->getColorSpace();
-        FRAMEHUB_LOG(logCategory, 3) << "Invalid ColorSpace, ColorSpace set to: " << static_cast<int>(c);
+        FRAMEHUB_LOG(LEVEL_WARNING) << "Invalid ColorSpace, ColorSpace set to: " << static_cast<int>(c);
         preferences.setColorSpace(c);
     }
     return isValidRequest(preferences);
@@ -373,15 +369,15 @@ bool Camera::addPreferences(boost::shared_ptr<CameraPreferences> preferences)
 {
     ExclusiveLock lock(_mutex);
     if (!preferences) {
-        FRAMEHUB_LOG(logCategory, 3) << _name << ": Invalid preferences, can't insert it.";
+        FRAMEHUB_LOG(LEVEL_WARNING) << _name << ": Invalid preferences, can't insert it.";
         return false;
     }
     if (!isValidRequest(*preferences)) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Can't add preferences, invalid camera preferences request.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Can't add preferences, invalid camera preferences request.";
         return false;
     }
     if (!_preferences.insert(preferences).second) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Can't insert preferences to camera preferences list.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Can't insert preferences to camera preferences list.";
         return false;
     }
     // Twice on purpose: the second call is one more attempt after a failure.
@@ -394,11 +390,11 @@ bool Camera::removePreferences(boost::shared_ptr<CameraPreferences> preferences)
 {
     ExclusiveLock lock(_mutex);
     if (!preferences) {
-        FRAMEHUB_LOG(logCategory, 3) << _name << ": Invalid preferences, can't remove it.";
+        FRAMEHUB_LOG(LEVEL_WARNING) << _name << ": Invalid preferences, can't remove it.";
         return false;
     }
     if (_preferences.erase(preferences) == 0) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Can't remove preferences to camera preferences list.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Can't remove preferences to camera preferences list.";
         return false;
     }
     _decreaseAllBufferNumber(*preferences);
@@ -417,7 +413,7 @@ bool Camera::updateResolutionPreferences(boost::shared_ptr<CameraPreferences> pr
     if (_preferences.empty() || _preferences.count(preferences) == 0)
         return false;
     if (!isResolutionValid(resolution)) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << " can't support requested resolution (" << resolution.width << "x"
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << " can't support requested resolution (" << resolution.width << "x"
                                      << resolution.height << ").";
         return false;
     }
@@ -433,7 +429,7 @@ bool Camera::updateColorSpacePreferences(boost::shared_ptr<CameraPreferences> pr
     if (_preferences.empty() || _preferences.count(preferences) == 0)
         return false;
     if (!isColorSpaceValid(colorSpace)) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << " can't support requested colorSpace ("
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << " can't support requested colorSpace ("
                                      << static_cast<int>(colorSpace) << ").";
         return false;
     }
@@ -448,7 +444,7 @@ bool Camera::updateFrameRatePreferences(boost::shared_ptr<CameraPreferences> pre
     if (_preferences.empty() || _preferences.count(preferences) == 0)
         return false;
     if (!isFrameRateValid(frameRate)) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << " can't support requested frame rate (" << frameRate << ").";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << " can't support requested frame rate (" << frameRate << ").";
         return false;
     }
     preferences->setRefreshRate(frameRate);

@@ -9,16 +9,16 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camerabuilder");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camerabuilder")
 
+namespace {
 // Every camera reads the first and last element of its native sets.
 void refuseEmptySet(bool empty, const char* what)
 {
     if (!empty)
         return;
     const std::string description = std::string("Empty set of ") + what + " in the camera description";
-    FRAMEHUB_LOG_AS(logCategory, 2, "getCamera") << "Can't create camera backend, " << description << ".";
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, "getCamera") << "Can't create camera backend, " << description << ".";
     throw Kelmo::KelmoError("CameraBuilder", "getCamera", description, nullptr, 0);
 }
 } // namespace
@@ -32,7 +32,7 @@ boost::shared_ptr<Camera> CameraBuilder::getCamera() const
 {
     const CameraFactory factory = findCameraModel(_info.model);
     if (!factory) {
-        FRAMEHUB_LOG(logCategory, 2) << "Can't create camera backend,  model \"" << _info.model << "\" unsupported.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "Can't create camera backend,  model \"" << _info.model << "\" unsupported.";
         throw Kelmo::KelmoError("CameraBuilder", "Constructor", "Camera not supported", nullptr, 0);
     }
     refuseEmptySet(_info.resolutions.empty(), "resolutions");

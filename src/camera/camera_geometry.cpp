@@ -1,19 +1,19 @@
 // Camera: linear conversions between angles and image fractions.
-#include "camera.h"
+#include "camera/camera.h"
 
-#include "../types/framehub_log.h"
+#include "types/framehub_log.h"
 
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camera");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camera")
 
+namespace {
 bool isPoint(const std::vector<float>& values, const char* operation)
 {
     if (values.size() == 2)
         return true;
-    FRAMEHUB_LOG_AS(logCategory, 2, operation) << operation << "(): Invalid parameter size\nPlease provide a 2D Point.";
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, operation) << operation << "(): Invalid parameter size\nPlease provide a 2D Point.";
     return false;
 }
 
@@ -21,7 +21,7 @@ bool isInfo(const std::vector<float>& values, const char* operation)
 {
     if (values.size() == 4)
         return true;
-    FRAMEHUB_LOG_AS(logCategory, 2, operation) << operation << "(): Invalid parameter size (expected 4, actual "
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, operation) << operation << "(): Invalid parameter size (expected 4, actual "
                                                << values.size() << ").";
     return false;
 }
@@ -36,7 +36,7 @@ bool Camera::setFieldOfView(const FieldOfView& fieldOfView)
         _fieldOfView = fieldOfView;
         return true;
     }
-    FRAMEHUB_LOG(logCategory, 2) << "Invalid Field Of View to set";
+    FRAMEHUB_LOG(LEVEL_ERROR) << "Invalid Field Of View to set";
     return false;
 }
 
@@ -68,7 +68,7 @@ std::vector<float> Camera::getAngularSizeFromImageSize(const std::vector<float>&
     if (!isPoint(a, "getAngularSizeFromImageSize"))
         return std::vector<float>();
     if (a[0] < 0.0f || a[0] > 1.0f || a[1] < 0.0f || a[1] > 1.0f) {
-        FRAMEHUB_LOG(logCategory, 2) << "getAngularSizeFromImageSize(): Invalid input parameters";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "getAngularSizeFromImageSize(): Invalid input parameters";
         return std::vector<float>();
     }
     return { a[0] * _fieldOfView.horizontal, a[1] * _fieldOfView.vertical };
@@ -90,7 +90,7 @@ std::vector<float> Camera::getImageInfoFromAngularInfoWithResolution(const std::
     if (!isInfo(a, "getImageInfoFromAngularInfoWithResolution"))
         return std::vector<float>();
     if (!isResolutionValid(resolution)) {
-        FRAMEHUB_LOG(logCategory, 2) << "getImageInfoFromAngularInfoWithResolution(): Invalid resolution (actual "
+        FRAMEHUB_LOG(LEVEL_ERROR) << "getImageInfoFromAngularInfoWithResolution(): Invalid resolution (actual "
                                      << resolution.width << "x" << resolution.height << ").";
         return std::vector<float>();
     }

@@ -1,17 +1,17 @@
 // Camera: parameters, sorted into flips, software and hardware.
-#include "camera.h"
+#include "camera/camera.h"
 
-#include "../types/framehub_log.h"
+#include "types/framehub_log.h"
+#include "types/locks.h"
 
 #include <boost/thread/locks.hpp>
 
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camera");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camera")
 
-typedef boost::unique_lock<boost::shared_mutex> ExclusiveLock;
+namespace {
 
 const ParameterInfo kBooleanInfo = { 0, 1, 1, 0 };
 const ParameterInfo kInvalidInfo = { INVALID_PARAMETER_VALUE, INVALID_PARAMETER_VALUE, 0, INVALID_PARAMETER_VALUE };
@@ -36,7 +36,7 @@ int Camera::getParameter(const Parameter& parameter) const
         return _getSoftwareParameter(parameter);
     if (_hardwareParameters.count(parameter))
         return _getHardwareParameter(parameter);
-    FRAMEHUB_LOG(logCategory, 2) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
     return INVALID_PARAMETER_VALUE;
 }
 
@@ -49,7 +49,7 @@ ParameterInfo Camera::getParameterInfo(const Parameter& parameter) const
         return _getSoftwareParameterInfo(parameter);
     if (_hardwareParameters.count(parameter))
         return _getHardwareParameterInfo(parameter);
-    FRAMEHUB_LOG(logCategory, 2) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
     return kInvalidInfo;
 }
 
@@ -65,7 +65,7 @@ bool Camera::setParameter(const Parameter& parameter, int value)
         return _setSoftwareParameter(parameter, value);
     if (_hardwareParameters.count(parameter))
         return _setHardwareParameter(parameter, value);
-    FRAMEHUB_LOG(logCategory, 2) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
     return false;
 }
 
@@ -80,7 +80,7 @@ bool Camera::resetParameter(const Parameter& parameter)
         return _resetSoftwareParameter(parameter);
     if (_hardwareParameters.count(parameter))
         return _resetHardwareParameter(parameter);
-    FRAMEHUB_LOG(logCategory, 2) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": parameter " << getParameterName(parameter) << " unsupported.";
     return false;
 }
 
@@ -123,7 +123,7 @@ int Camera::_getSoftwareParameter(const Parameter& parameter) const
 {
     std::map<Parameter, int>::const_iterator it = _softwareParameters.find(parameter);
     if (it == _softwareParameters.end()) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << " doesn't have parameter " << static_cast<int>(parameter);
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << " doesn't have parameter " << static_cast<int>(parameter);
         return INVALID_PARAMETER_VALUE;
     }
     return it->second;
@@ -133,7 +133,7 @@ ParameterInfo Camera::_getSoftwareParameterInfo(const Parameter& parameter) cons
 {
     if (parameter == PARAMETER_KEEP_ALIVE)
         return kBooleanInfo;
-    FRAMEHUB_LOG(logCategory, 2) << _name << " doesn't have parameter " << static_cast<int>(parameter);
+    FRAMEHUB_LOG(LEVEL_ERROR) << _name << " doesn't have parameter " << static_cast<int>(parameter);
     return kInvalidInfo;
 }
 
@@ -141,7 +141,7 @@ bool Camera::_setSoftwareParameter(const Parameter& parameter, int value)
 {
     std::map<Parameter, int>::iterator it = _softwareParameters.find(parameter);
     if (it == _softwareParameters.end()) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << " doesn't have parameter " << static_cast<int>(parameter);
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << " doesn't have parameter " << static_cast<int>(parameter);
         return false;
     }
     // Keep-alive switched off with nobody left: the same close as when the
@@ -158,7 +158,7 @@ bool Camera::_resetSoftwareParameter(const Parameter& parameter)
 {
     if (parameter == PARAMETER_KEEP_ALIVE)
         return _setSoftwareParameter(parameter, 0);
-    FRAMEHUB_LOG(logCategory, 2) << _name << " doesn't have parameter " << static_cast<int>(parameter);
+    FRAMEHUB_LOG(LEVEL_ERROR) << _name << " doesn't have parameter " << static_cast<int>(parameter);
     return false;
 }
 

@@ -1,7 +1,8 @@
 // Camera: the raw and converted buffer rings, freshness and hand-out.
-#include "camera.h"
+#include "camera/camera.h"
 
-#include "../types/framehub_log.h"
+#include "types/framehub_log.h"
+#include "types/locks.h"
 
 #include <lumo/os.h>
 
@@ -11,11 +12,9 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camera");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camera")
 
-typedef boost::unique_lock<boost::shared_mutex> ExclusiveLock;
-typedef boost::shared_lock<boost::shared_mutex> SharedLock;
+namespace {
 
 // Every access to lockCount but the release runs under the exclusive lock.
 inline void pin(ImageBuffer& buffer) { ++buffer.lockCount; }
@@ -59,7 +58,7 @@ boost::shared_ptr<ImageBuffer> lockFirstFree(
         if (pass == 0 && !grow())
             break;
     }
-    FRAMEHUB_LOG_AS(logCategory, 2, function) << "No buffer available for editing.";
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << "No buffer available for editing.";
     return boost::shared_ptr<ImageBuffer>();
 }
 
@@ -183,12 +182,12 @@ boost::shared_ptr<ImageBuffer> Camera::_grabRawBuffer(
         return fresh;
 
     if (++failures > 4) {
-        FRAMEHUB_LOG_AS(logCategory, 2, function) << "Can't get image from " << _name << ". Restart the camera.";
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << "Can't get image from " << _name << ". Restart the camera.";
         _reset();
         failures = 0;
     }
     if (!_start()) {
-        FRAMEHUB_LOG_AS(logCategory, 2, function) << "Can't start " << _name << " to get a new image.";
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << "Can't start " << _name << " to get a new image.";
         return boost::shared_ptr<ImageBuffer>();
     }
     boost::shared_ptr<ImageBuffer> buffer = _lockOldestRawBufferForEditing(preferences);
@@ -265,7 +264,7 @@ bool Camera::_increaseBufferNumber(const CameraPreferences& preferences)
         = boost::make_shared<ImageBuffer>(getName(), preferences.getResolution(), preferences.getColorSpace(), true);
     // Allocate now rather than at the first frame.
     if (!buffer || !buffer->getData()) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Impossible to add a buffer";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Impossible to add a buffer";
         return false;
     }
     buffer->setFielOfView(getFieldOfView());
@@ -278,7 +277,7 @@ bool Camera::_increaseRawBufferNumber(const CameraPreferences&)
     boost::shared_ptr<ImageBuffer> buffer = boost::make_shared<ImageBuffer>(
         getName(), *_nativelySupportedResolutions.rbegin(), *_nativelySupportedColorSpaces.rbegin(), true);
     if (!buffer || !buffer->getData()) {
-        FRAMEHUB_LOG(logCategory, 2) << _name << ": Impossible to add a new raw buffer";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": Impossible to add a new raw buffer";
         return false;
     }
     buffer->setFielOfView(getFieldOfView());
@@ -334,7 +333,7 @@ bool Camera::_cleanImageBuffers()
     int visited = 0;
     for (const auto& buffer : _rawBuffers) {
         if (buffer->lockCount != 0)
-            FRAMEHUB_LOG(logCategory, 3) << "Internal error, a direct raw image buffer lock has not been released.";
+            FRAMEHUB_LOG(LEVEL_WARNING) << "Internal error, a direct raw image buffer lock has not been released.";
         buffer->lockCount = 0;
         ++visited;
     }
@@ -342,7 +341,7 @@ bool Camera::_cleanImageBuffers()
         _decreaseRawBufferNumber();
     for (const auto& buffer : _buffers) {
         if (buffer->lockCount != 0)
-            FRAMEHUB_LOG(logCategory, 3) << "Internal error, an image buffer lock has not been released.";
+            FRAMEHUB_LOG(LEVEL_WARNING) << "Internal error, an image buffer lock has not been released.";
         buffer->lockCount = 0;
         ++visited;
     }

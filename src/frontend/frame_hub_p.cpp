@@ -1,10 +1,11 @@
 // FrameHubPrivate: registries, guards, name generation, subscribing and
 // camera registration.
-#include "frame_hub_p.h"
+#include "frontend/frame_hub_p.h"
 
 #include "camera/camera.h"
 #include "frontend/subscriber.h"
 #include "types/framehub_log.h"
+#include "types/locks.h"
 
 #include <boost/make_shared.hpp>
 #include <boost/thread/locks.hpp>
@@ -15,15 +16,11 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub");
+FRAMEHUB_LOG_CATEGORY("vision.framehub")
 
+namespace {
 const char* const kDefaultCameraAlias = "Default";
 
-typedef boost::shared_lock<boost::shared_mutex> SharedLock;
-typedef boost::upgrade_lock<boost::shared_mutex> UpgradeLock;
-typedef boost::upgrade_to_unique_lock<boost::shared_mutex> RaisedLock;
-typedef boost::unique_lock<boost::shared_mutex> UniqueLock;
 } // namespace
 
 FrameHubPrivate::FrameHubPrivate() {}
@@ -78,7 +75,7 @@ bool FrameHubPrivate::_checkIsSubscriberValid(const std::string& name) const
 {
     if (_subscribers.find(name) != _subscribers.end())
         return true;
-    FRAMEHUB_LOG(logCategory, 2) << "Subscriber \"" << name
+    FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
                                  << "\" not found. Please verify that you are subscribed to FrameHub.";
     return false;
 }
@@ -87,7 +84,7 @@ bool FrameHubPrivate::_checkSubscriberIsMonostream(const std::string& name) cons
 {
     if (!_subscribers.find(name)->second->isMultiStream())
         return true;
-    FRAMEHUB_LOG(logCategory, 2) << "Only mono stream subscribers can call this method. Please verify you have "
+    FRAMEHUB_LOG(LEVEL_ERROR) << "Only mono stream subscribers can call this method. Please verify you have "
                                     "subscribed to FrameHub using subscribeCamera().";
     return false;
 }
@@ -96,7 +93,7 @@ bool FrameHubPrivate::_checkSubscriberIsMultistream(const std::string& name) con
 {
     if (_subscribers.find(name)->second->isMultiStream())
         return true;
-    FRAMEHUB_LOG(logCategory, 2) << "Only multi stream subscribers can call this method. Please verify you have "
+    FRAMEHUB_LOG(LEVEL_ERROR) << "Only multi stream subscribers can call this method. Please verify you have "
                                     "subscribed to FrameHub using subscribeCameras().";
     return false;
 }
@@ -105,7 +102,7 @@ bool FrameHubPrivate::_checkSubscriberIsNotProcessing(const std::string& name) c
 {
     if (!_subscribers.find(name)->second->isProcessing())
         return true;
-    FRAMEHUB_LOG(logCategory, 2) << "Subscriber \"" << name
+    FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
                                  << "\" is still processing. Please verify you have release previous image(s).";
     return false;
 }
@@ -114,7 +111,7 @@ bool FrameHubPrivate::_checkIsCameraIdValid(const std::string& cameraName) const
 {
     if (_cameras.find(cameraName) != _cameras.end())
         return true;
-    FRAMEHUB_LOG(logCategory, 2) << "Camera \"" << cameraName << "\" not found. Please verify the camera index.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << "Camera \"" << cameraName << "\" not found. Please verify the camera index.";
     return false;
 }
 
@@ -127,7 +124,7 @@ std::string FrameHubPrivate::_findAvailableSubscriberName(const std::string& nam
     candidate << name << "_" << counter;
     while (_subscribers.find(candidate.str()) != _subscribers.end()) {
         if (counter == 7) {
-            FRAMEHUB_LOG(logCategory, 2) << "Could not subscribe module: " << name << "\n6 instances of: " << name
+            FRAMEHUB_LOG(LEVEL_ERROR) << "Could not subscribe module: " << name << "\n6 instances of: " << name
                                          << " have already subscribed to the frame hub.\n"
                                             "Please unsubscribe before subscribing again to this module.";
             return std::string();
@@ -137,7 +134,7 @@ std::string FrameHubPrivate::_findAvailableSubscriberName(const std::string& nam
         ++counter;
     }
     if (counter != 0)
-        FRAMEHUB_LOG(logCategory, 5) << "Subscriber name " << name << " already in use.\nName id changed to \""
+        FRAMEHUB_LOG(LEVEL_VERBOSE) << "Subscriber name " << name << " already in use.\nName id changed to \""
                                      << candidate.str() << "\"";
     return candidate.str();
 }
@@ -150,12 +147,12 @@ bool FrameHubPrivate::_validateRequest(const std::string& name, const CameraPtr&
     if (camera->isValidRequest(request))
         return true;
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
-    FRAMEHUB_LOG_AS(logCategory, 3, function) << prefix
+    FRAMEHUB_LOG_AS(LEVEL_WARNING, function) << prefix
                                               << "Some camera parameter values are not supported.\n"
                                     "Try to change the camera parameter requested automatically...";
     if (camera->updateRequestToValidRequest(request))
         return true;
-    FRAMEHUB_LOG_AS(logCategory, 2, function) << prefix
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << prefix
                                               << "Some camera parameter values are not supported.\n"
                                     "You must change the camera parameter requested.";
     return false;
@@ -171,7 +168,7 @@ std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std:
 
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
     if (_cameras.find(realName) == _cameras.end()) {
-        FRAMEHUB_LOG(logCategory, 2) << prefix << "Camera index " << realName
+        FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Camera index " << realName
                                      << " is invalid.\nPlease change the camera index requested.";
         return std::string();
     }
@@ -192,14 +189,14 @@ std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std:
     {
         RaisedLock raised(subscribersLock);
         if (!_subscribers.insert(std::make_pair(generated, subscriber)).second) {
-            FRAMEHUB_LOG(logCategory, 2) << "Can't add subscriber \"" << generated << "\" to FrameHub.";
+            FRAMEHUB_LOG(LEVEL_ERROR) << "Can't add subscriber \"" << generated << "\" to FrameHub.";
             return std::string();
         }
     }
     camera->addPreferences(request);
 
     const Resolution r = request->getResolution();
-    FRAMEHUB_LOG(logCategory, 5) << "Registered subscriber \"" << name << "\"\nwith active camera: " << realName
+    FRAMEHUB_LOG(LEVEL_VERBOSE) << "Registered subscriber \"" << name << "\"\nwith active camera: " << realName
                                  << ", resolution: " << r.width << "x" << r.height
                                  << ", colorspace: " << getColorSpaceName(request->getColorSpace())
                                  << ", framerate: " << request->getRefreshRate();
@@ -215,21 +212,21 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
 
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub.\n";
     if (name.empty() || cameraNames.empty() || resolutions.empty() || colorSpaces.empty()) {
-        FRAMEHUB_LOG(logCategory, 2) << prefix << "Some input parameters are empty.\nPlease verify parameters";
+        FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Some input parameters are empty.\nPlease verify parameters";
         return std::string();
     }
     std::vector<std::string> distinct(cameraNames);
     std::sort(distinct.begin(), distinct.end());
     distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
     if (distinct.size() < cameraNames.size()) {
-        FRAMEHUB_LOG(logCategory, 2) << "subscribeCameras(): " << prefix << "Invalid input parameters, list contains "
+        FRAMEHUB_LOG(LEVEL_ERROR) << "subscribeCameras(): " << prefix << "Invalid input parameters, list contains "
                                      << cameraNames.size() << " elements but only " << distinct.size()
                                      << " different elements (using several time the same camera is forbidden).\n"
                                         "Please correct camera indexes list.";
         return std::string();
     }
     if (resolutions.size() != cameraNames.size() || colorSpaces.size() != cameraNames.size()) {
-        FRAMEHUB_LOG(logCategory, 2) << prefix << "Parameters list don't have the same size.Please verify parameters";
+        FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Parameters list don't have the same size.Please verify parameters";
         return std::string();
     }
 
@@ -237,7 +234,7 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
     std::vector<boost::shared_ptr<CameraPreferences>> requests;
     for (size_t i = 0; i < cameraNames.size(); ++i) {
         if (_cameras.find(cameraNames[i]) == _cameras.end()) {
-            FRAMEHUB_LOG(logCategory, 2) << prefix << "Camera index " << cameraNames[i]
+            FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Camera index " << cameraNames[i]
                                          << " is invalid.\nPlease change the camera index requested.";
             return std::string();
         }
@@ -260,21 +257,21 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
     {
         RaisedLock raised(subscribersLock);
         if (!_subscribers.insert(std::make_pair(generated, subscriber)).second) {
-            FRAMEHUB_LOG(logCategory, 2) << "Can't add subscriber \"" << generated << "\" to FrameHub.";
+            FRAMEHUB_LOG(LEVEL_ERROR) << "Can't add subscriber \"" << generated << "\" to FrameHub.";
             return std::string();
         }
     }
     for (size_t i = 0; i < cameraNames.size(); ++i)
         _camera(cameraNames[i])->addPreferences(requests[i]);
 
-    FRAMEHUB_LOG(logCategory, 5) << "Registered subscriber \"" << name << "\"";
+    FRAMEHUB_LOG(LEVEL_VERBOSE) << "Registered subscriber \"" << name << "\"";
     for (size_t i = 0; i < cameraNames.size(); ++i) {
         const Resolution r = requests[i]->getResolution();
-        FRAMEHUB_LOG(logCategory, 5) << "  with active camera: " << cameraNames[i] << ", resolution: " << r.width
+        FRAMEHUB_LOG(LEVEL_VERBOSE) << "  with active camera: " << cameraNames[i] << ", resolution: " << r.width
                                      << "x" << r.height
                                      << ", colorspace: " << static_cast<int>(requests[i]->getColorSpace());
     }
-    FRAMEHUB_LOG(logCategory, 5) << "  framerate: " << requests[0]->getRefreshRate();
+    FRAMEHUB_LOG(LEVEL_VERBOSE) << "  framerate: " << requests[0]->getRefreshRate();
     return generated;
 }
 
@@ -283,12 +280,12 @@ bool FrameHubPrivate::unsubscribe(const std::string& name)
     UpgradeLock subscribersLock(_subscribersMutex);
     std::map<std::string, SubscriberPtr>::iterator it = _subscribers.find(name);
     if (it == _subscribers.end()) {
-        FRAMEHUB_LOG(logCategory, 2) << "Can't unsubscribe \"" << name << "\", subscriber is unknown.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "Can't unsubscribe \"" << name << "\", subscriber is unknown.";
         return false;
     }
     SubscriberPtr subscriber = it->second;
     if (subscriber->isProcessing()) {
-        FRAMEHUB_LOG(logCategory, 2) << "Subscriber \"" << name
+        FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
                                      << "\" has not released all its requested buffers. Please call "
                                         "releaseImage(s) before.";
         return false;
@@ -306,7 +303,7 @@ bool FrameHubPrivate::unsubscribe(const std::string& name)
     size_t erased;
     {
         RaisedLock raised(subscribersLock);
-        FRAMEHUB_LOG(logCategory, 5) << "Unregistered subscriber \"" << name << "\"";
+        FRAMEHUB_LOG(LEVEL_VERBOSE) << "Unregistered subscriber \"" << name << "\"";
         erased = _subscribers.erase(name);
     }
     return erased == 1;
@@ -316,7 +313,7 @@ bool FrameHubPrivate::unsubscribe(const std::string& name)
 
 bool FrameHubPrivate::addCamera(const CameraInfo& cameraInfo)
 {
-    UniqueLock lock(_camerasMutex);
+    ExclusiveLock lock(_camerasMutex);
     CameraPtr camera = CameraBuilder(cameraInfo).getCamera();
     if (!camera || camera->hasError())
         return false;

@@ -1,7 +1,8 @@
 // FrameHubPrivate: talking to a camera by name, without a subscription.
-#include "frame_hub_p.h"
+#include "frontend/frame_hub_p.h"
 
 #include "camera/camera.h"
+#include "types/locks.h"
 
 #include <boost/thread/locks.hpp>
 
@@ -11,7 +12,6 @@ namespace Kelmo {
 namespace FrameHub {
 
 namespace {
-typedef boost::shared_lock<boost::shared_mutex> SharedLock;
 
 const uint64_t kAllOnes = std::numeric_limits<uint64_t>::max();
 const ParameterInfo kInvalidInfo = { INVALID_PARAMETER_VALUE, INVALID_PARAMETER_VALUE, 0, INVALID_PARAMETER_VALUE };

@@ -1,9 +1,10 @@
 // FrameHubPrivate: the per-frame hand-out and release of images.
-#include "frame_hub_p.h"
+#include "frontend/frame_hub_p.h"
 
 #include "camera/camera.h"
 #include "frontend/subscriber.h"
 #include "types/framehub_log.h"
+#include "types/locks.h"
 
 #include <boost/thread/locks.hpp>
 
@@ -12,11 +13,7 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub");
-
-typedef boost::shared_lock<boost::shared_mutex> SharedLock;
-} // namespace
+FRAMEHUB_LOG_CATEGORY("vision.framehub")
 
 // ---- Public: guards, then the worker ----------------------------------------------
 
@@ -116,7 +113,7 @@ FrameHubPrivate::Buffer FrameHubPrivate::_getMonoImage(
     CameraPtr camera = _camera(realName);
     boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
     if (!preferences) {
-        FRAMEHUB_LOG_AS(logCategory, 3, worker)
+        FRAMEHUB_LOG_AS(LEVEL_WARNING, worker)
             << logPrefix << subscriber->getName() << "): can't get preferences for camera " << realName
             << ", preferences will be generated with the default preferences";
         preferences = camera->buildDefaultPreferences();
@@ -143,7 +140,7 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(SubscriberPtr s
         CameraPtr camera = _camera(cameraName);
         boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
         if (!preferences) {
-            FRAMEHUB_LOG(logCategory, 3) << "_getImages(" << subscriber->getName()
+            FRAMEHUB_LOG(LEVEL_WARNING) << "_getImages(" << subscriber->getName()
                                          << "):can't get preferences for camera " << cameraName
                                          << ", preferences will be generated with the default preferences";
             preferences = camera->buildDefaultPreferences();

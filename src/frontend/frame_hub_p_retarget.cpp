@@ -1,10 +1,11 @@
 // FrameHubPrivate: reading and changing what a subscriber asks for, and
 // moving the default camera.
-#include "frame_hub_p.h"
+#include "frontend/frame_hub_p.h"
 
 #include "camera/camera.h"
 #include "frontend/subscriber.h"
 #include "types/framehub_log.h"
+#include "types/locks.h"
 
 #include <boost/make_shared.hpp>
 #include <boost/thread/locks.hpp>
@@ -15,11 +16,9 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub");
+FRAMEHUB_LOG_CATEGORY("vision.framehub")
 
-typedef boost::shared_lock<boost::shared_mutex> SharedLock;
-typedef boost::unique_lock<boost::shared_mutex> UniqueLock;
+namespace {
 
 const Resolution kNoResolution(std::numeric_limits<uint64_t>::max(), std::numeric_limits<uint64_t>::max());
 
@@ -193,7 +192,7 @@ std::vector<bool> FrameHubPrivate::setActiveCameras(const std::string& name,
     if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
         return std::vector<bool>();
     if (hasDuplicates(cameraNames)) {
-        FRAMEHUB_LOG(logCategory, 2) << "setActiveCameras(" << name
+        FRAMEHUB_LOG(LEVEL_ERROR) << "setActiveCameras(" << name
                                      << "): Invalid input parameters, using several time the same camera is "
                                         "forbidden.";
         return std::vector<bool>();
@@ -202,7 +201,7 @@ std::vector<bool> FrameHubPrivate::setActiveCameras(const std::string& name,
         return std::vector<bool>();
     for (const std::string& cameraName : cameraNames) {
         if (!_checkIsCameraIdValid(cameraName)) {
-            FRAMEHUB_LOG(logCategory, 2) << "Camera " << cameraName << " is invalid.";
+            FRAMEHUB_LOG(LEVEL_ERROR) << "Camera " << cameraName << " is invalid.";
             return std::vector<bool>(cameraNames.size(), false);
         }
     }
@@ -234,7 +233,7 @@ std::vector<bool> FrameHubPrivate::_setEach(const std::string& name, const std::
     const std::vector<std::string>& active = subscriber->getActiveCameraList();
     if (values.size() != active.size()) {
         // "resolutions" in both texts, as they have always read.
-        FRAMEHUB_LOG_AS(logCategory, 2, operation) << operation << "(" << name
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, operation) << operation << "(" << name
                                                    << "): Could not set resolutions.\nWrong size, parameters size: "
                                                    << values.size() << " expected size: " << active.size();
         return std::vector<bool>();
@@ -259,7 +258,7 @@ std::vector<bool> FrameHubPrivate::setColorSpaces(const std::string& name, const
 
 bool FrameHubPrivate::setDefaultActiveCamera(const std::string& cameraName)
 {
-    UniqueLock subscribersLock(_subscribersMutex);
+    ExclusiveLock subscribersLock(_subscribersMutex);
     SharedLock camerasLock(_camerasMutex);
     if (!_checkIsCameraIdValid(cameraName))
         return false;
@@ -277,7 +276,7 @@ bool FrameHubPrivate::setDefaultActiveCamera(const std::string& cameraName)
             oldCamera->second->removePreferences(old);
         if (!subscriber->getCameraPreferences(cameraName)) {
             if (!old) {
-                FRAMEHUB_LOG(logCategory, 1) << "setActiveCamera(" << cameraName
+                FRAMEHUB_LOG(LEVEL_FATAL) << "setActiveCamera(" << cameraName
                                              << "): Internal error, Frame Hub may be corrupted.";
                 return false;
             }

@@ -1,4 +1,4 @@
-#include "subscriber.h"
+#include "frontend/subscriber.h"
 
 namespace Kelmo {
 namespace FrameHub {

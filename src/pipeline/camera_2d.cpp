@@ -12,9 +12,9 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camera2d");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camera2d")
 
+namespace {
 // Byte counts that stick at the maximum instead of wrapping, so that an
 // absurd size can only fail a comparison.
 struct Bytes {
@@ -215,7 +215,7 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
 {
     // Stamped before anything can fail, so a refusal leaves the requested
     // format and the source's time behind; the pixels are then stale.
-    if (!_stampConvertedBuffer(preferences, imageBuffer, convertedBuffer, logCategory,
+    if (!_stampConvertedBuffer(preferences, imageBuffer, convertedBuffer, framehubLogCategory,
                                "_convertImage(): the imageBuffer doesn't exist or is corrupted",
                                "_convertImage(): the convertedBuffer doesn't exist or is corrupted"))
         return false;
@@ -223,11 +223,11 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
     const ColorSpace input = imageBuffer->getColorSpace();
     if (input == COLORSPACE_RGB_888 || input == COLORSPACE_BGR_888) {
         // Retired inputs, told apart from ones that never existed.
-        FRAMEHUB_LOG(logCategory, 2) << "_convertImage(): Color space of the input buffer is not supported anymore.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "_convertImage(): Color space of the input buffer is not supported anymore.";
         return false;
     }
     if (input != COLORSPACE_YUV_422) {
-        FRAMEHUB_LOG(logCategory, 2) << "_convertImage(): Color space of the input buffer is not supported.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "_convertImage(): Color space of the input buffer is not supported.";
         return false;
     }
 
@@ -235,7 +235,7 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
     const Route* route
         = std::find_if(std::begin(routes), std::end(routes), [target](const Route& r) { return r.target == target; });
     if (route == std::end(routes)) {
-        FRAMEHUB_LOG(logCategory, 2) << "_convertImage(): Conversion currently not supported.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "_convertImage(): Conversion currently not supported.";
         return false;
     }
 
@@ -244,7 +244,7 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
     const Resolution in = imageBuffer->getResolution();
     const Resolution out = convertedBuffer->getResolution();
     if (out.width == 0 || in.width / out.width == 0) {
-        FRAMEHUB_LOG(logCategory, 2) << "_convertImage(): Invalid destination width " << out.width
+        FRAMEHUB_LOG(LEVEL_ERROR) << "_convertImage(): Invalid destination width " << out.width
                                      << " for a source of width " << in.width << ".";
         return false;
     }
@@ -252,7 +252,7 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
     const Reach reach = route->reach(sizes);
     if (!within(reach.source, Bytes(2) * in.width * in.height)
         || !within(reach.destination, Bytes(out.width) * out.height * getColorSpaceDepth(target))) {
-        FRAMEHUB_LOG(logCategory, 2) << "_convertImage(): Invalid destination size " << out.width << "x" << out.height
+        FRAMEHUB_LOG(LEVEL_ERROR) << "_convertImage(): Invalid destination size " << out.width << "x" << out.height
                                      << " for a source of size " << in.width << "x" << in.height << " in "
                                      << getColorSpaceName(target) << ".";
         return false;

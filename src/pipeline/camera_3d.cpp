@@ -14,9 +14,9 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camera3d");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camera3d")
 
+namespace {
 // Counts that stick at the maximum instead of wrapping, so that an absurd
 // size can only fail a comparison.
 inline uint64_t mul(uint64_t a, uint64_t b)
@@ -178,18 +178,18 @@ bool Camera3D::_convertImage(const CameraPreferences& preferences, boost::shared
     // format behind, and a buffer passed twice is restamped before the
     // same-buffer test. Restamping may free a block, so no pixel pointer is
     // held across it.
-    if (!_stampConvertedBuffer(preferences, imageBuffer, convertedBuffer, logCategory,
+    if (!_stampConvertedBuffer(preferences, imageBuffer, convertedBuffer, framehubLogCategory,
                                "_convertImage(): The imageBuffer doesn't exist or is corrupted",
                                "_convertImage(): The convertedBuffer doesn't exist or is corrupted"))
         return false;
 
     const ColorSpace input = imageBuffer->getColorSpace();
     if (input != COLORSPACE_DEPTH_16 && input != COLORSPACE_INFRARED_16) {
-        FRAMEHUB_LOG(logCategory, 2) << "convertImage(): A camera 3D request a Depth or Infrared ColorSpace as input.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): A camera 3D request a Depth or Infrared ColorSpace as input.";
         return false;
     }
     if (imageBuffer == convertedBuffer) {
-        FRAMEHUB_LOG(logCategory, 2) << "convertImage(): Source and destination buffer must not be the same.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): Source and destination buffer must not be the same.";
         return false;
     }
 
@@ -197,7 +197,7 @@ bool Camera3D::_convertImage(const CameraPreferences& preferences, boost::shared
     const Route* route = std::find_if(std::begin(routes), std::end(routes),
                                       [&](const Route& r) { return r.source == input && r.target == target; });
     if (route == std::end(routes)) {
-        FRAMEHUB_LOG(logCategory, 2) << "convert(): Conversion currently not supported.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "convert(): Conversion currently not supported.";
         return false;
     }
 
@@ -210,16 +210,16 @@ bool Camera3D::_convertImage(const CameraPreferences& preferences, boost::shared
     case Fit::Ok:
         break;
     case Fit::BadWidth:
-        FRAMEHUB_LOG(logCategory, 2) << "convertImage(): Invalid destination width " << out.width
+        FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): Invalid destination width " << out.width
                                      << " for a source of width " << in.width << ".";
         return false;
     case Fit::BadSize:
-        FRAMEHUB_LOG(logCategory, 2) << "convertImage(): Invalid destination size " << out.width << "x" << out.height
+        FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): Invalid destination size " << out.width << "x" << out.height
                                      << " for a source of size " << in.width << "x" << in.height << " in "
                                      << getColorSpaceName(target) << ".";
         return false;
     case Fit::BadTable:
-        FRAMEHUB_LOG(logCategory, 2) << "convertImage(): Invalid destination size " << out.width << "x" << out.height
+        FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): Invalid destination size " << out.width << "x" << out.height
                                      << " for a source of size " << in.width << "x" << in.height
                                      << " and a distance table of size " << table.width << "x" << table.height
                                      << ".";

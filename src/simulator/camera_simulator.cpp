@@ -1,4 +1,4 @@
-#include "camera_simulator.h"
+#include "simulator/camera_simulator.h"
 
 #include "pipeline/camera_2d.h"
 #include "pipeline/camera_3d.h"
@@ -9,9 +9,7 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camerasimulator");
-} // namespace
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camerasimulator")
 
 template <typename T>
 CameraSimulator<T>::CameraSimulator(const std::string& model, const std::string& name, const std::string&)
@@ -60,7 +58,7 @@ bool CameraSimulator<T>::_setResolution(const Resolution& resolution)
 template <typename T>
 bool CameraSimulator<T>::_setColorSpace(const ColorSpace& colorSpace)
 {
-    FRAMEHUB_LOG(logCategory, 2) << "setColorSpace(" << static_cast<int>(colorSpace)
+    FRAMEHUB_LOG(LEVEL_ERROR) << "setColorSpace(" << static_cast<int>(colorSpace)
                                  << "): Operation not supported on this camera.";
     return false;
 }
@@ -73,11 +71,11 @@ bool CameraSimulator<T>::_setFrameRate(int frameRate)
     const int lowest = *this->_nativelySupportedFrameRates.begin();
     const int highest = *this->_nativelySupportedFrameRates.rbegin();
     if (frameRate < lowest) {
-        FRAMEHUB_LOG(logCategory, 3) << "setFrameRate(): Frame Rate requested too low.\nAutomaticaly set to 5.";
+        FRAMEHUB_LOG(LEVEL_WARNING) << "setFrameRate(): Frame Rate requested too low.\nAutomaticaly set to 5.";
         frameRate = lowest;
     }
     if (frameRate > highest) {
-        FRAMEHUB_LOG(logCategory, 3) << "setFrameRate(): Frame Rate requested too high.\nAutomaticaly set to 30.";
+        FRAMEHUB_LOG(LEVEL_WARNING) << "setFrameRate(): Frame Rate requested too high.\nAutomaticaly set to 30.";
         frameRate = highest;
     }
     if (frameRate != this->_currentPreferences.getRefreshRate())
@@ -90,19 +88,19 @@ bool CameraSimulator<T>::_checkFrame(const Resolution& resolution, const void* d
                                      const char* frameKind) const
 {
     if (!data) {
-        FRAMEHUB_LOG_AS(logCategory, 2, "_putImage") << "putImage(): No pixel data given.";
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, "_putImage") << "putImage(): No pixel data given.";
         return false;
     }
     const Resolution target = this->_currentPreferences.getResolution();
     if (resolution.width == 0 || resolution.height == 0 || target.width == 0 || target.height == 0) {
-        FRAMEHUB_LOG_AS(logCategory, 2, "_putImage")
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, "_putImage")
             << "putImage(): Empty image size " << resolution.width << "x" << resolution.height << " for a camera at "
             << target.width << "x" << target.height << ".";
         return false;
     }
     const ColorSpace stored = this->_currentPreferences.getColorSpace();
     if (getColorSpaceDepth(stored) != bytesPerPixel) {
-        FRAMEHUB_LOG_AS(logCategory, 2, "_putImage")
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, "_putImage")
             << "putImage(): Camera colorspace " << static_cast<int>(stored) << " can't hold " << frameKind
             << " frames.";
         return false;
@@ -142,7 +140,7 @@ template <typename T>
 CameraPreferences CameraSimulator<T>::_expectedImageParameters(ColorSpace colorSpace, lumo::log::CategoryType category)
 {
     if (!this->_open()) {
-        FRAMEHUB_LOG_AS(category, 2, "_getExpectedImageParameters")
+        FRAMEHUB_LOG_TO(category, LEVEL_ERROR, "_getExpectedImageParameters")
             << "_getExpectedImageParameters(): Can't open the camera device.";
         return CameraPreferences(CameraPreferences::defaultResolution, CameraPreferences::defaultColorSpace, 0);
     }

@@ -1,4 +1,4 @@
-#include "camera_simulator_2d.h"
+#include "simulator/camera_simulator_2d.h"
 
 #include "types/framehub_log.h"
 
@@ -9,9 +9,9 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camerasimulator2d");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camerasimulator2d")
 
+namespace {
 // Integer BT.601, offset chroma; stored as the low 8 bits.
 inline uint8_t lumaOf(const uint8_t* p)
 {
@@ -90,15 +90,15 @@ CameraSimulator2D::~CameraSimulator2D()
 bool CameraSimulator2D::_putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
 {
     if (colorSpace != COLORSPACE_RGB_888) {
-        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Colorspace not supported. Please use RGB ColorSpace.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "putImage(): Colorspace not supported. Please use RGB ColorSpace.";
         return false;
     }
     if (!_open()) {
-        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Can't open the camera device.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "putImage(): Can't open the camera device.";
         return false;
     }
     if (!isResolutionValid(resolution)) {
-        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Unknown resolution from simulator!";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "putImage(): Unknown resolution from simulator!";
         return false;
     }
     if (!_checkFrame(resolution, data, getColorSpaceDepth(COLORSPACE_YUV_422), "YUV 4:2:2"))
@@ -120,12 +120,12 @@ bool CameraSimulator2D::_putImage(const Resolution& resolution, const ColorSpace
 bool CameraSimulator2D::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer)
 {
     if (_simulatorBuffer->getResolution() != _currentPreferences.getResolution()) {
-        FRAMEHUB_LOG(logCategory, 2) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
+        FRAMEHUB_LOG(LEVEL_ERROR) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
                                         "Please check that the simulator is running.";
         _createDefaultImage();
     }
     if (!buffer) {
-        FRAMEHUB_LOG(logCategory, 2) << "_getDirectRawImage(): error trying to find available buffer.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "_getDirectRawImage(): error trying to find available buffer.";
         return false;
     }
     buffer->setResolution(_currentPreferences.getResolution());
@@ -140,13 +140,13 @@ void CameraSimulator2D::_createDefaultImage() { CameraSimulator<Camera2D>::_crea
 CameraPreferences CameraSimulator2D::_getExpectedImageParameters()
 {
     // What putImage accepts, not what the store holds.
-    return _expectedImageParameters(COLORSPACE_RGB_888, logCategory);
+    return _expectedImageParameters(COLORSPACE_RGB_888, framehubLogCategory);
 }
 
 bool CameraSimulator2D::_reSize(const ImageBuffer& source, unsigned char* destination)
 {
     if (source.getColorSpace() != COLORSPACE_RGB_888) {
-        FRAMEHUB_LOG(logCategory, 2) << "Unsupported colorspace can't resize image. Please use RGB format.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "Unsupported colorspace can't resize image. Please use RGB format.";
         return false;
     }
     const Resolution size = source.getResolution();

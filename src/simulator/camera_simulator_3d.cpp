@@ -1,4 +1,4 @@
-#include "camera_simulator_3d.h"
+#include "simulator/camera_simulator_3d.h"
 
 #include "types/framehub_log.h"
 
@@ -10,9 +10,9 @@
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.camerasimulator3d");
+FRAMEHUB_LOG_CATEGORY("vision.framehub.camerasimulator3d")
 
+namespace {
 // Writes outW x outH samples, row after row, each taken from the source at
 // the position the maps give.
 template <typename ColumnMap, typename RowMap>
@@ -54,15 +54,15 @@ bool CameraSimulator3D::isColorSpaceValid(const ColorSpace& colorSpace) const
 bool CameraSimulator3D::_putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
 {
     if (colorSpace != COLORSPACE_INFRARED_16 && colorSpace != COLORSPACE_DEPTH_16) {
-        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Colorspace not supported. Please use Depth ColorSpace.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "putImage(): Colorspace not supported. Please use Depth ColorSpace.";
         return false;
     }
     if (!isResolutionValid(resolution)) {
-        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Unknown resolution from simulator!";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "putImage(): Unknown resolution from simulator!";
         return false;
     }
     if (!_open()) {
-        FRAMEHUB_LOG(logCategory, 2) << "putImage(): Can't open the camera device.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "putImage(): Can't open the camera device.";
         return false;
     }
     if (!_checkFrame(resolution, data, getColorSpaceDepth(COLORSPACE_DEPTH_16), "16-bit"))
@@ -88,7 +88,7 @@ bool CameraSimulator3D::_readStore(ImageBuffer& store, bool infrared, boost::sha
                                    const char* function)
 {
     if (store.getResolution() != _currentPreferences.getResolution()) {
-        FRAMEHUB_LOG_AS(logCategory, 2, function) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
                                         "Please check that the simulator is running.";
         if (infrared)
             _createDefaultInfraredImage();
@@ -96,7 +96,7 @@ bool CameraSimulator3D::_readStore(ImageBuffer& store, bool infrared, boost::sha
             _createDefaultDepthImage();
     }
     if (!buffer) {
-        FRAMEHUB_LOG_AS(logCategory, 2, function) << "_getDirectRawImage(): error trying to find available buffer.";
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << "_getDirectRawImage(): error trying to find available buffer.";
         return false;
     }
     buffer->setResolution(_currentPreferences.getResolution());
@@ -125,7 +125,7 @@ void CameraSimulator3D::_createDefaultInfraredImage() { _createDefaultImage(*_in
 CameraPreferences CameraSimulator3D::_getExpectedImageParameters()
 {
     // The camera's own colour space, as it stands.
-    return _expectedImageParameters(_currentPreferences.getColorSpace(), logCategory);
+    return _expectedImageParameters(_currentPreferences.getColorSpace(), framehubLogCategory);
 }
 
 bool CameraSimulator3D::_reSize(const ImageBuffer& source, uint16_t* destination)

@@ -1,14 +1,12 @@
 #include <framehub/image_buffer.h>
 
-#include "framehub_log.h"
+#include "types/framehub_log.h"
 
 namespace Kelmo {
 namespace FrameHub {
 
-namespace {
 // Registered for completeness; buffers neither log nor throw.
-lumo::log::CategoryType logCategory = lumo::log::addCategory("vision.framehub.imagebuffer");
-} // namespace
+FRAMEHUB_LOG_CATEGORY("vision.framehub.imagebuffer")
 
 ImageBuffer::ImageBuffer(const std::string& name, const Resolution& res, const ColorSpace& cs, bool owns)
     : lockCount(0)
@@ -21,7 +19,7 @@ ImageBuffer::ImageBuffer(const std::string& name, const Resolution& res, const C
     , fieldOfView(0.0f, 0.0f)
     , ownsData(owns)
 {
-    (void)logCategory;
+    (void)framehubLogCategory;
 }
 
 ImageBuffer::~ImageBuffer()
