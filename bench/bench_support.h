@@ -27,8 +27,8 @@ inline std::string memcpyName(uint64_t bytes) { return "memcpy/" + std::to_strin
 inline void count(benchmark::State& state, uint64_t pixels, uint64_t bytes)
 {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-    state.counters["pixels_per_second"] =
-        benchmark::Counter(static_cast<double>(pixels), benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["pixels_per_second"]
+        = benchmark::Counter(static_cast<double>(pixels), benchmark::Counter::kIsIterationInvariantRate);
 }
 
 // The limit a conversion of that many output bytes is judged against.

@@ -29,7 +29,8 @@ const uint64_t ratios[] = { 1, 2 };
 
 class BenchCamera3D : public Camera3D {
 public:
-    BenchCamera3D() : Camera3D("Bench3D", "bench")
+    BenchCamera3D()
+        : Camera3D("Bench3D", "bench")
     {
         setNativelySupportedResolutions({ Resolution(320, 240), kSource });
         setNativelySupportedColorSpaces({ COLORSPACE_DEPTH_16 });
@@ -79,23 +80,32 @@ void convertBench(benchmark::State& state, const Target& target, uint64_t ratio)
 {
     BenchCamera3D camera;
     camera._buildLUT(); // built once per camera, not per frame
-    const Buffer src =
-        frame(kSource, target.kind == INFRARED_RESIZE ? COLORSPACE_INFRARED_16 : COLORSPACE_DEPTH_16);
+    const Buffer src = frame(kSource, target.kind == INFRARED_RESIZE ? COLORSPACE_INFRARED_16 : COLORSPACE_DEPTH_16);
     const Resolution out(kSource.width / ratio, kSource.height / ratio);
     const Buffer dst(new ImageBuffer("bench", out, target.space, true));
     float* points = reinterpret_cast<float*>(dst->getData());
     const uint32_t w = static_cast<uint32_t>(out.width), h = static_cast<uint32_t>(out.height);
     for (auto _ : state) {
         switch (target.kind) {
-        case DEPTH8: Camera3D::convertDepthtoYuv(src, dst); break;
-        case FALSE_COLOUR: Camera3D::convertDepth16toRGB888(src, dst); break;
+        case DEPTH8:
+            Camera3D::convertDepthtoYuv(src, dst);
+            break;
+        case FALSE_COLOUR:
+            Camera3D::convertDepth16toRGB888(src, dst);
+            break;
         case POINT_CLOUD:
             Camera3D::convertDepthtoIJZ(src, dst);
             camera.convertProjectiveToRealWorld(points, w, h);
             break;
-        case DISTANCE: camera.convertDepthtoDistance(src, dst); break;
-        case DEPTH_RESIZE: Camera3D::convertDepth16toDepth16(src, dst); break;
-        case INFRARED_RESIZE: Camera3D::convertInfraredtoInfrared(src, dst); break;
+        case DISTANCE:
+            camera.convertDepthtoDistance(src, dst);
+            break;
+        case DEPTH_RESIZE:
+            Camera3D::convertDepth16toDepth16(src, dst);
+            break;
+        case INFRARED_RESIZE:
+            Camera3D::convertInfraredtoInfrared(src, dst);
+            break;
         }
         benchmark::ClobberMemory();
     }
@@ -151,7 +161,7 @@ void printSummary(const bench::Collector& collector)
                 continue;
             const double copy = at(memcpyName(outputBytes(t, ratio)));
             std::printf("%-11s %-6llu %10.3f %10.0f %10.2f\n", t.name, static_cast<unsigned long long>(ratio),
-                        1e9 * time / pixels, outputBytes(t, ratio) / time / 1e6, copy > 0 ? time / copy : 0.0);
+                1e9 * time / pixels, outputBytes(t, ratio) / time / 1e6, copy > 0 ? time / copy : 0.0);
         }
     }
 }

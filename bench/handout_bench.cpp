@@ -92,7 +92,12 @@ void BM_CachedHandoutOneCamera(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_CachedHandoutOneCamera)->Threads(1)->Threads(2)->Threads(8)->UseRealTime()->Repetitions(5)
+BENCHMARK(BM_CachedHandoutOneCamera)
+    ->Threads(1)
+    ->Threads(2)
+    ->Threads(8)
+    ->UseRealTime()
+    ->Repetitions(5)
     ->ReportAggregatesOnly(true);
 
 void BM_CachedHandoutSeparateCameras(benchmark::State& state)
@@ -106,7 +111,12 @@ void BM_CachedHandoutSeparateCameras(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_CachedHandoutSeparateCameras)->Threads(1)->Threads(2)->Threads(8)->UseRealTime()->Repetitions(5)
+BENCHMARK(BM_CachedHandoutSeparateCameras)
+    ->Threads(1)
+    ->Threads(2)
+    ->Threads(8)
+    ->UseRealTime()
+    ->Repetitions(5)
     ->ReportAggregatesOnly(true);
 
 // The same fetch when nothing fresh is cached: copy of the stored frame

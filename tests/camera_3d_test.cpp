@@ -61,8 +61,7 @@ Buffer convert(TestCamera3D& camera, Buffer src, ColorSpace target, uint64_t w, 
     return camera._convertImage(CameraPreferences(Resolution(w, h), target, 30), src, dst) ? dst : Buffer();
 }
 
-template <typename T>
-std::vector<T> pixels(Buffer b, uint64_t count)
+template <typename T> std::vector<T> pixels(Buffer b, uint64_t count)
 {
     if (!b)
         return {};
@@ -89,11 +88,20 @@ TEST(Camera3DTest, EightBitDepthAndFalseColourOfPinnedSamples)
         uint8_t y, red, green, blue;
     };
     const Case cases[] = {
-        { 0, 0, 0, 0, 0 },          { 399, 0, 85, 85, 85 },      { 416, 1, 85, 85, 85 },
-        { 491, 5, 85, 85, 85 },     { 492, 5, 254, 0, 0 },       { 1000, 37, 161, 88, 5 },
-        { 2000, 100, 50, 160, 44 }, { 3000, 162, 7, 124, 123 },  { 4000, 225, 0, 13, 241 },
-        { 4095, 230, 0, 0, 255 },   { 4096, 231, 0, 0, 255 },    { 4495, 255, 0, 0, 255 },
-        { 4496, 0, 0, 0, 255 },     { 65535, 230, 0, 0, 255 },
+        { 0, 0, 0, 0, 0 },
+        { 399, 0, 85, 85, 85 },
+        { 416, 1, 85, 85, 85 },
+        { 491, 5, 85, 85, 85 },
+        { 492, 5, 254, 0, 0 },
+        { 1000, 37, 161, 88, 5 },
+        { 2000, 100, 50, 160, 44 },
+        { 3000, 162, 7, 124, 123 },
+        { 4000, 225, 0, 13, 241 },
+        { 4095, 230, 0, 0, 255 },
+        { 4096, 231, 0, 0, 255 },
+        { 4495, 255, 0, 0, 255 },
+        { 4496, 0, 0, 0, 255 },
+        { 65535, 230, 0, 0, 255 },
     };
     // Three times over, so that whole blocks and a tail are both converted.
     const uint64_t cycle = sizeof(cases) / sizeof(cases[0]), n = 3 * cycle;
@@ -174,17 +182,18 @@ TEST(Camera3DTest, DistanceUsesTheTableBuiltOnceAtTheLargestSize)
     // -32767 so that the truncation to 32 bits stays defined.
     TestCamera3D degenerate(Resolution(2, 1), FieldOfView(2.0f * kPi, 1.0f));
     EXPECT_EQ(pixels<uint16_t>(convert(degenerate, frame(2, { 1, 0 }), COLORSPACE_DISTANCE_32, 2, 1), 2),
-              std::vector<uint16_t>({ 65536 - 32766, 0 }));
+        std::vector<uint16_t>({ 65536 - 32766, 0 }));
 }
 
 TEST(Camera3DTest, DepthAndInfraredResizeByNearestNeighbour)
 {
     TestCamera3D camera;
     EXPECT_EQ(pixels<uint16_t>(convert(camera, frame(2, { 1, 2, 3, 4 }), COLORSPACE_DEPTH_16, 4, 4), 16),
-              std::vector<uint16_t>({ 1, 1, 2, 2, 1, 1, 2, 2, 3, 3, 4, 4, 3, 3, 4, 4 }));
-    const Buffer infrared = frame(4, 4, [](uint64_t i) { return i; }, COLORSPACE_INFRARED_16);
+        std::vector<uint16_t>({ 1, 1, 2, 2, 1, 1, 2, 2, 3, 3, 4, 4, 3, 3, 4, 4 }));
+    const Buffer infrared = frame(
+        4, 4, [](uint64_t i) { return i; }, COLORSPACE_INFRARED_16);
     EXPECT_EQ(pixels<uint16_t>(convert(camera, infrared, COLORSPACE_INFRARED_16, 2, 2), 4),
-              std::vector<uint16_t>({ 0, 2, 8, 10 }));
+        std::vector<uint16_t>({ 0, 2, 8, 10 }));
 }
 
 // Every refusal over an 8x6 source, on a camera whose table would be 4x3.
@@ -218,14 +227,16 @@ TEST(Camera3DTest, RefusalsAreLoggedAfterTheStamp)
         { DEPTH, COLORSPACE_DEPTH_16, 8, 0, size + "8x0 for a source of size 8x6 in COLORSPACE_DEPTH_16." },
         // The walk reads as far into the table as into the source.
         { DEPTH, COLORSPACE_DISTANCE_32, 4, 3,
-          size + "4x3 for a source of size 8x6 and a distance table of size 4x3." },
+            size + "4x3 for a source of size 8x6 and a distance table of size 4x3." },
     };
     for (const auto& c : cases) {
         TestCamera3D camera(Resolution(4, 3));
         const ColorSpace space = c.source == INFRARED ? COLORSPACE_INFRARED_16
             : c.source == LUMA                        ? COLORSPACE_Y_8
                                                       : COLORSPACE_DEPTH_16;
-        Buffer src = c.source == NONE ? Buffer() : frame(8, 6, [](uint64_t) { return 1000; }, space);
+        Buffer src = c.source == NONE ? Buffer()
+                                      : frame(
+                                          8, 6, [](uint64_t) { return 1000; }, space);
         Buffer dst = c.source == SAME ? src : Buffer(new ImageBuffer("test", Resolution(8, 6), COLORSPACE_Y_8, true));
         if (c.source == NO_DESTINATION)
             dst.reset();

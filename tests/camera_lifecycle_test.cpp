@@ -46,7 +46,7 @@ TEST(CameraLifecycle, TransitionsAndHookOrder)
         { CLOSED, "open", "resetDevice", false, CLOSED, { "openDevice", "initDevice", "resetDevice", "closeDevice" } },
         { CLOSED, "start", "", true, STARTED, { "openDevice", "initDevice", "resetDevice", "startStreaming" } },
         { CLOSED, "start", "startStreaming", false, OPEN,
-          { "openDevice", "initDevice", "resetDevice", "startStreaming" } },
+            { "openDevice", "initDevice", "resetDevice", "startStreaming" } },
         { CLOSED, "start", "openDevice", false, CLOSED, { "openDevice" } },
         { OPEN, "start", "", true, STARTED, { "startStreaming" } },
         { OPEN, "close", "", true, CLOSED, { "releaseDevice", "closeDevice" } },
@@ -126,8 +126,9 @@ TEST(CameraLifecycle, ResetPaths)
         started.takeCalls();
         EXPECT_TRUE(started.reset());
         EXPECT_EQ(stateOf(started), STARTED);
-        EXPECT_EQ(started.takeCalls(), (Calls{ "stopStreaming", "releaseDevice", "closeDevice", "openDevice",
-                                               "initDevice", "resetDevice", "startStreaming" }));
+        EXPECT_EQ(started.takeCalls(),
+            (Calls { "stopStreaming", "releaseDevice", "closeDevice", "openDevice", "initDevice", "resetDevice",
+                "startStreaming" }));
     }
     {
         log.clear();

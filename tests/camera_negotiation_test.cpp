@@ -18,14 +18,23 @@ boost::shared_ptr<CameraPreferences> request(uint64_t w, uint64_t h, int rate, C
 TEST(CameraNegotiation, ValidityByBounds)
 {
     FakeCamera c;
-    struct { Resolution r; bool ok; } sizes[] = {
-        { { 1, 1 }, true }, { { 0, 0 }, true }, { { 400, 300 }, true }, { { 640, 480 }, true },
-        { { 641, 480 }, false }, { { 640, 481 }, false },
+    struct {
+        Resolution r;
+        bool ok;
+    } sizes[] = {
+        { { 1, 1 }, true },
+        { { 0, 0 }, true },
+        { { 400, 300 }, true },
+        { { 640, 480 }, true },
+        { { 641, 480 }, false },
+        { { 640, 481 }, false },
     };
     for (const auto& s : sizes)
         EXPECT_EQ(c.isResolutionValid(s.r), s.ok) << s.r.width << "x" << s.r.height;
-    struct { int rate; bool ok; } rates[] = { { 0, false }, { -1, false }, { 1, true }, { 7, true },
-                                              { 30, true }, { 31, false } };
+    struct {
+        int rate;
+        bool ok;
+    } rates[] = { { 0, false }, { -1, false }, { 1, true }, { 7, true }, { 30, true }, { 31, false } };
     for (const auto& r : rates)
         EXPECT_EQ(c.isFrameRateValid(r.rate), r.ok) << r.rate;
 }
@@ -55,11 +64,11 @@ TEST(CameraNegotiation, RepairFieldByField)
     } rows[] = {
         { { 320, 240 }, COLORSPACE_Y_8, 0, { 320, 240 }, COLORSPACE_Y_8, 1, "Invalid Framerate, Framerate set to: 1" },
         { { 320, 240 }, COLORSPACE_Y_8, 60, { 320, 240 }, COLORSPACE_Y_8, 30,
-          "Invalid Framerate, Framerate set to: 30" },
+            "Invalid Framerate, Framerate set to: 30" },
         { { 1024, 768 }, COLORSPACE_Y_8, 5, { 160, 120 }, COLORSPACE_Y_8, 5,
-          "Invalid Resolution, Resolution set to: 160x120" },
+            "Invalid Resolution, Resolution set to: 160x120" },
         { { 400, 300 }, COLORSPACE_H_8, 5, { 400, 300 }, COLORSPACE_YUV_422, 5,
-          "Invalid ColorSpace, ColorSpace set to: 0" },
+            "Invalid ColorSpace, ColorSpace set to: 0" },
     };
     for (const Row& row : rows) {
         LogCapture log;
@@ -245,14 +254,14 @@ TEST(CameraGeometry, Conversions)
     FakeCamera c;
     ASSERT_TRUE(c.setFieldOfView(FieldOfView(1.0f, 0.5f)));
     typedef std::vector<float> V;
-    EXPECT_EQ(c.getImagePositionFromAngularPosition({ 0, 0 }), (V{ 0.5f, 0.5f }));
-    EXPECT_EQ(c.getImagePositionFromAngularPosition({ 0.5f, 0.25f }), (V{ 0, 1 }));
-    EXPECT_EQ(c.getAngularPositionFromImagePosition({ 0, 1 }), (V{ 0.5f, 0.25f }));
-    EXPECT_EQ(c.getImageSizeFromAngularSize({ 0.25f, 0.25f }), (V{ 0.25f, 0.5f }));
-    EXPECT_EQ(c.getAngularSizeFromImageSize({ 1, 1 }), (V{ 1.0f, 0.5f }));
-    EXPECT_EQ(c.getImageInfoFromAngularInfo({ 0, 0, 1, 0.5f }), (V{ 0.5f, 0.5f, 1, 1 }));
+    EXPECT_EQ(c.getImagePositionFromAngularPosition({ 0, 0 }), (V { 0.5f, 0.5f }));
+    EXPECT_EQ(c.getImagePositionFromAngularPosition({ 0.5f, 0.25f }), (V { 0, 1 }));
+    EXPECT_EQ(c.getAngularPositionFromImagePosition({ 0, 1 }), (V { 0.5f, 0.25f }));
+    EXPECT_EQ(c.getImageSizeFromAngularSize({ 0.25f, 0.25f }), (V { 0.25f, 0.5f }));
+    EXPECT_EQ(c.getAngularSizeFromImageSize({ 1, 1 }), (V { 1.0f, 0.5f }));
+    EXPECT_EQ(c.getImageInfoFromAngularInfo({ 0, 0, 1, 0.5f }), (V { 0.5f, 0.5f, 1, 1 }));
     EXPECT_EQ(c.getImageInfoFromAngularInfoWithResolution({ 0, 0, 1, 0.5f }, Resolution(640, 480)),
-              (V{ 320, 240, 640, 480 }));
+        (V { 320, 240, 640, 480 }));
     EXPECT_EQ(c.getImageInfoFromAngularInfoWithResolution({ 0, 0, 1, 0.5f }, Resolution(400, 300)).size(), 4u);
 
     // Round trips within float precision.
@@ -275,20 +284,27 @@ TEST(CameraGeometry, Failures)
     EXPECT_EQ(c.getFieldOfView().horizontal, 0.0f);
     // With no field of view: infinities or NaN, no error; products are 0.
     EXPECT_TRUE(std::isinf(c.getImageSizeFromAngularSize({ 1, 1 })[0]));
-    EXPECT_EQ(c.getAngularSizeFromImageSize({ 1, 1 }), (V{ 0, 0 }));
+    EXPECT_EQ(c.getAngularSizeFromImageSize({ 1, 1 }), (V { 0, 0 }));
 
     struct Row {
         V result;
         const char* message;
     } rows[] = {
-        { c.getImageSizeFromAngularSize({ 1 }), "getImageSizeFromAngularSize(): Invalid parameter size\nPlease provide a 2D Point." },
-        { c.getImagePositionFromAngularPosition({}), "getImagePositionFromAngularPosition(): Invalid parameter size\nPlease provide a 2D Point." },
-        { c.getAngularPositionFromImagePosition({ 1, 2, 3 }), "getAngularPositionFromImagePosition(): Invalid parameter size\nPlease provide a 2D Point." },
-        { c.getAngularSizeFromImageSize({ 1 }), "getAngularSizeFromImageSize(): Invalid parameter size\nPlease provide a 2D Point." },
+        { c.getImageSizeFromAngularSize({ 1 }),
+            "getImageSizeFromAngularSize(): Invalid parameter size\nPlease provide a 2D Point." },
+        { c.getImagePositionFromAngularPosition({}),
+            "getImagePositionFromAngularPosition(): Invalid parameter size\nPlease provide a 2D Point." },
+        { c.getAngularPositionFromImagePosition({ 1, 2, 3 }),
+            "getAngularPositionFromImagePosition(): Invalid parameter size\nPlease provide a 2D Point." },
+        { c.getAngularSizeFromImageSize({ 1 }),
+            "getAngularSizeFromImageSize(): Invalid parameter size\nPlease provide a 2D Point." },
         { c.getAngularSizeFromImageSize({ 1.5f, 0.5f }), "getAngularSizeFromImageSize(): Invalid input parameters" },
-        { c.getImageInfoFromAngularInfo({ 1, 2, 3 }), "getImageInfoFromAngularInfo(): Invalid parameter size (expected 4, actual 3)." },
-        { c.getImageInfoFromAngularInfoWithResolution({ 1 }, Resolution(1, 1)), "getImageInfoFromAngularInfoWithResolution(): Invalid parameter size (expected 4, actual 1)." },
-        { c.getImageInfoFromAngularInfoWithResolution({ 0, 0, 0, 0 }, Resolution(641, 1)), "getImageInfoFromAngularInfoWithResolution(): Invalid resolution (actual 641x1)." },
+        { c.getImageInfoFromAngularInfo({ 1, 2, 3 }),
+            "getImageInfoFromAngularInfo(): Invalid parameter size (expected 4, actual 3)." },
+        { c.getImageInfoFromAngularInfoWithResolution({ 1 }, Resolution(1, 1)),
+            "getImageInfoFromAngularInfoWithResolution(): Invalid parameter size (expected 4, actual 1)." },
+        { c.getImageInfoFromAngularInfoWithResolution({ 0, 0, 0, 0 }, Resolution(641, 1)),
+            "getImageInfoFromAngularInfoWithResolution(): Invalid resolution (actual 641x1)." },
     };
     for (const Row& row : rows) {
         EXPECT_TRUE(row.result.empty()) << row.message;

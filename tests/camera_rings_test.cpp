@@ -16,7 +16,7 @@ protected:
     ManualClock clock;
     FakeCamera camera;
     // 10 frames a second: a period of 100 ms.
-    CameraPreferences y8{ Resolution(320, 240), COLORSPACE_Y_8, 10 };
+    CameraPreferences y8 { Resolution(320, 240), COLORSPACE_Y_8, 10 };
 };
 
 TEST_F(CameraRings, FirstFetchMakesOneBufferOfEachRing)
@@ -199,8 +199,8 @@ TEST(CameraConcurrency, NoLostLockCount)
     FakeCamera camera;
     auto keep = boost::make_shared<CameraPreferences>(Resolution(320, 240), COLORSPACE_Y_8, 30);
     camera.addPreferences(keep);
-    std::atomic<bool> stop{ false };
-    std::atomic<int> fetched{ 0 };
+    std::atomic<bool> stop { false };
+    std::atomic<int> fetched { 0 };
     std::vector<std::thread> readers;
     const ColorSpace spaces[] = { COLORSPACE_Y_8, COLORSPACE_RGB_888, COLORSPACE_Y_8, COLORSPACE_YUV_422 };
     for (ColorSpace space : spaces)
@@ -220,8 +220,8 @@ TEST(CameraConcurrency, NoLostLockCount)
         });
     std::thread changer([&] {
         for (int i = 0; !stop; ++i) {
-            auto extra = boost::make_shared<CameraPreferences>(Resolution(i % 2 ? 640 : 160, i % 2 ? 480 : 120),
-                                                               COLORSPACE_Y_8, 5 + i % 20);
+            auto extra = boost::make_shared<CameraPreferences>(
+                Resolution(i % 2 ? 640 : 160, i % 2 ? 480 : 120), COLORSPACE_Y_8, 5 + i % 20);
             camera.addPreferences(extra);
             camera.updateFrameRatePreferences(extra, 1 + i % 30);
             camera.removePreferences(extra);

@@ -20,7 +20,7 @@ struct DemoRun {
 
 DemoRun run(const std::string& arguments)
 {
-    DemoRun r{ -1, std::string() };
+    DemoRun r { -1, std::string() };
     FILE* pipe = popen((std::string(FRAMEHUB_DEMO_PATH) + " " + arguments + " 2>&1").c_str(), "r");
     if (!pipe)
         return r;
@@ -34,8 +34,8 @@ DemoRun run(const std::string& arguments)
 
 TEST(Demo, OneSecondRunWritesTableAndPictures)
 {
-    const std::filesystem::path out = std::filesystem::temp_directory_path() /
-                                      ("framehub-demo-test-" + std::to_string(::getpid()));
+    const std::filesystem::path out
+        = std::filesystem::temp_directory_path() / ("framehub-demo-test-" + std::to_string(::getpid()));
     std::filesystem::remove_all(out);
     const DemoRun r = run("--seconds 1 --out " + out.string());
     ASSERT_EQ(r.status, 0) << r.output;
@@ -49,10 +49,9 @@ TEST(Demo, OneSecondRunWritesTableAndPictures)
     struct Picture {
         const char* file;
         int width, height;
-    } pictures[] = { { "viewer_0.png", 640, 480 },      { "edges_0.png", 640, 480 },
-                     { "recorder_0.png", 1280, 960 },   { "cloud_0.png", 480, 360 },
-                     { "ranges_0.png", 320, 240 },      { "fusion_0-depth.png", 320, 240 },
-                     { "contact-sheet.png", 1280, 1048 } };
+    } pictures[] = { { "viewer_0.png", 640, 480 }, { "edges_0.png", 640, 480 }, { "recorder_0.png", 1280, 960 },
+        { "cloud_0.png", 480, 360 }, { "ranges_0.png", 320, 240 }, { "fusion_0-depth.png", 320, 240 },
+        { "contact-sheet.png", 1280, 1048 } };
     for (const Picture& p : pictures) {
         cv::Mat image = cv::imread((out / p.file).string(), cv::IMREAD_COLOR);
         ASSERT_FALSE(image.empty()) << p.file;
@@ -68,7 +67,7 @@ TEST(Demo, OneSecondRunWritesTableAndPictures)
 TEST(Demo, BadOptionsExitWithTwo)
 {
     for (const char* arguments : { "--frobnicate", "--seconds", "--seconds -3", "--seconds abc", "--input",
-                                   "--input /nonexistent/picture.png" }) {
+             "--input /nonexistent/picture.png" }) {
         const DemoRun r = run(arguments);
         EXPECT_EQ(r.status, 2) << arguments;
         EXPECT_NE(r.output.find("framehub-demo:"), std::string::npos) << arguments << ": " << r.output;

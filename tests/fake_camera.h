@@ -27,7 +27,7 @@ public:
     {
         setNativelySupportedResolutions({ { 160, 120 }, { 320, 240 }, { 640, 480 } });
         setNativelySupportedColorSpaces({ Kelmo::FrameHub::COLORSPACE_YUV_422, Kelmo::FrameHub::COLORSPACE_Y_8,
-                                          Kelmo::FrameHub::COLORSPACE_RGB_888 });
+            Kelmo::FrameHub::COLORSPACE_RGB_888 });
         setNativelySupportedFrameRates({ 5, 15, 30 });
     }
 
@@ -113,7 +113,7 @@ protected:
         return true;
     }
     bool _convertImage(const CameraPreferences& p, boost::shared_ptr<ImageBuffer> source,
-                       boost::shared_ptr<ImageBuffer> target) override
+        boost::shared_ptr<ImageBuffer> target) override
     {
         if (!hook("convert"))
             return false;
@@ -128,7 +128,7 @@ private:
     std::mutex _callsMutex;
     std::vector<std::string> _calls;
     std::set<std::string> _failing;
-    std::atomic<int> _frames{ 0 };
+    std::atomic<int> _frames { 0 };
 };
 
 // A clock the test moves by hand, in microseconds.

@@ -26,8 +26,9 @@ TEST(FrameHubFrame, NamesFromAStem)
 
     log.clear();
     EXPECT_EQ(peer.subscribe("top"), "");
-    EXPECT_TRUE(log.has(2, "Could not subscribe module: top\n6 instances of: top have already subscribed to the "
-                           "frame hub.\nPlease unsubscribe before subscribing again to this module."));
+    EXPECT_TRUE(log.has(2,
+        "Could not subscribe module: top\n6 instances of: top have already subscribed to the "
+        "frame hub.\nPlease unsubscribe before subscribing again to this module."));
 
     // The lowest free number is reused.
     peer.unsubscribe("top_3");
@@ -40,8 +41,7 @@ TEST(FrameHubFrame, NamesFromAStem)
     EXPECT_EQ(peer.subscribe("top_0"), "top_0_0");
     EXPECT_EQ(peer.subscribe(""), "_0");
     EXPECT_EQ(peer.hub.getSubscribers(),
-              (std::vector<std::string>{ "_0", "top_0", "top_0_0", "top_1", "top_2", "top_3", "top_4", "top_5",
-                                          "top_6" }));
+        (std::vector<std::string> { "_0", "top_0", "top_0_0", "top_1", "top_2", "top_3", "top_4", "top_5", "top_6" }));
 }
 
 TEST(FrameHubFrame, GuardsAndTheirMessages)
@@ -59,19 +59,22 @@ TEST(FrameHubFrame, GuardsAndTheirMessages)
 
     EXPECT_TRUE(peer.monostream("mono_0"));
     EXPECT_FALSE(peer.monostream("multi_0"));
-    EXPECT_TRUE(log.has(2, "Only mono stream subscribers can call this method. Please verify you have subscribed "
-                           "to FrameHub using subscribeCamera()."));
+    EXPECT_TRUE(log.has(2,
+        "Only mono stream subscribers can call this method. Please verify you have subscribed "
+        "to FrameHub using subscribeCamera()."));
     EXPECT_TRUE(peer.multistream("multi_0"));
     EXPECT_FALSE(peer.multistream("mono_0"));
-    EXPECT_TRUE(log.has(2, "Only multi stream subscribers can call this method. Please verify you have subscribed "
-                           "to FrameHub using subscribeCameras()."));
+    EXPECT_TRUE(log.has(2,
+        "Only multi stream subscribers can call this method. Please verify you have subscribed "
+        "to FrameHub using subscribeCameras()."));
 
     EXPECT_TRUE(peer.notProcessing("mono_0"));
     peer.record("mono_0").setImageBuffer(
         "front", boost::make_shared<ImageBuffer>("front", Resolution(1, 1), COLORSPACE_Y_8, true));
     EXPECT_FALSE(peer.notProcessing("mono_0"));
-    EXPECT_TRUE(log.has(2, "Subscriber \"mono_0\" is still processing. Please verify you have release previous "
-                           "image(s)."));
+    EXPECT_TRUE(log.has(2,
+        "Subscriber \"mono_0\" is still processing. Please verify you have release previous "
+        "image(s)."));
 
     EXPECT_TRUE(peer.cameraValid("front"));
     EXPECT_FALSE(peer.cameraValid("Default")); // no alias resolution in the guard
@@ -93,7 +96,7 @@ TEST(FrameHubFrame, DefaultAlias)
     EXPECT_EQ(peer.hub.getDefaultActiveCamera(), "front");
     EXPECT_EQ(peer.realName("Default"), "front");
     EXPECT_EQ(peer.realName("default"), "default"); // the alias is case-sensitive
-    EXPECT_EQ(peer.hub.getCameraIndexes(), (std::vector<std::string>{ "back", "front" }));
+    EXPECT_EQ(peer.hub.getCameraIndexes(), (std::vector<std::string> { "back", "front" }));
 }
 
 TEST(FrameHubFacade, EmptyHub)

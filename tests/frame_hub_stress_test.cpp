@@ -33,7 +33,7 @@ TEST(HubStress, ClientsFeederAndDefaultMover)
     ASSERT_TRUE(hub.addCamera(simulator2D("back")));
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
     auto running = [&] { return std::chrono::steady_clock::now() < deadline; };
-    std::atomic<int> delivered{ 0 }, wrong{ 0 };
+    std::atomic<int> delivered { 0 }, wrong { 0 };
 
     std::thread feeder([&] {
         for (unsigned sequence = 0; running(); ++sequence)
@@ -51,8 +51,8 @@ TEST(HubStress, ClientsFeederAndDefaultMover)
         }
     });
 
-    const ColorSpace spaces[] = { COLORSPACE_RGB_888, COLORSPACE_Y_8,    COLORSPACE_BGR_888, COLORSPACE_HSY_888,
-                                  COLORSPACE_YUV_422, COLORSPACE_H2RGB_888, COLORSPACE_U_8,  COLORSPACE_YYCBCR_8888 };
+    const ColorSpace spaces[] = { COLORSPACE_RGB_888, COLORSPACE_Y_8, COLORSPACE_BGR_888, COLORSPACE_HSY_888,
+        COLORSPACE_YUV_422, COLORSPACE_H2RGB_888, COLORSPACE_U_8, COLORSPACE_YYCBCR_8888 };
     const Resolution sizes[] = { { 160, 120 }, { 320, 240 }, { 640, 480 } };
     std::vector<std::thread> clients;
     for (int c = 0; c < 8; ++c)
@@ -91,8 +91,8 @@ TEST(HubStress, ClientsFeederAndDefaultMover)
                         // the new camera's defaults instead (which later
                         // resolution changes then apply to).
                         const ColorSpace got = image->getColorSpace();
-                        const bool expected =
-                            got == (i % 5 ? space : COLORSPACE_YUV_422) || (c % 2 == 1 && got == COLORSPACE_YUV_422);
+                        const bool expected
+                            = got == (i % 5 ? space : COLORSPACE_YUV_422) || (c % 2 == 1 && got == COLORSPACE_YUV_422);
                         wrong += !knownSize || !expected;
                     }
                     hub.releaseImage(name);

@@ -9,7 +9,6 @@
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
-
 using namespace Kelmo::FrameHub;
 
 namespace {
@@ -49,7 +48,7 @@ protected:
 TEST_F(Hub, RegistrationLeavesCamerasClosedFirstIsDefault)
 {
     EXPECT_EQ(hub.getDefaultActiveCamera(), "front");
-    EXPECT_EQ(hub.getCameraIndexes(), (std::vector<std::string>{ "back", "front" }));
+    EXPECT_EQ(hub.getCameraIndexes(), (std::vector<std::string> { "back", "front" }));
     EXPECT_FALSE(hub.isCameraOpen("front"));
     EXPECT_FALSE(hub.addCamera(simulator2D("front"))); // name taken
     EXPECT_EQ(hub.getCameraModel("Default"), "Simulator2D");
@@ -68,7 +67,7 @@ TEST_F(Hub, SeveralSubscribersOnOneCameraInTheirOwnFormats)
     const std::string y = hub.subscribeCamera("y", "front", Resolution(320, 240), COLORSPACE_Y_8, 15);
     const std::string hsy = hub.subscribeCamera("hsy", "front", Resolution(160, 120), COLORSPACE_HSY_888, 5);
     ASSERT_EQ(rgb, "rgb_0");
-    EXPECT_EQ(hub.getSubscribers(), (std::vector<std::string>{ "hsy_0", "rgb_0", "y_0" }));
+    EXPECT_EQ(hub.getSubscribers(), (std::vector<std::string> { "hsy_0", "rgb_0", "y_0" }));
     EXPECT_TRUE(hub.isCameraOpen("front"));
     EXPECT_EQ(hub.getCameraResolution("front"), Resolution(640, 480)); // the largest request
     EXPECT_EQ(hub.getCameraFrameRate("front"), 30);
@@ -81,8 +80,7 @@ TEST_F(Hub, SeveralSubscribersOnOneCameraInTheirOwnFormats)
 TEST_F(Hub, OneSubscriberOnSeveralCameras)
 {
     const std::string both = hub.subscribeCameras("both", { "front", "back" },
-                                                  { Resolution(320, 240), Resolution(160, 120) },
-                                                  { COLORSPACE_Y_8, COLORSPACE_BGR_888 }, 15);
+        { Resolution(320, 240), Resolution(160, 120) }, { COLORSPACE_Y_8, COLORSPACE_BGR_888 }, 15);
     ASSERT_EQ(both, "both_0");
     feed(hub, "front", 1);
     feed(hub, "back", 2);
@@ -94,21 +92,20 @@ TEST_F(Hub, OneSubscriberOnSeveralCameras)
     EXPECT_EQ(images[1]->getCameraName(), "back");
     EXPECT_EQ(images[1]->getResolution(), Resolution(160, 120));
     EXPECT_TRUE(hub.getImages(both).empty()); // still processing
-    EXPECT_EQ(hub.releaseImages(both), (std::vector<bool>{ true, true }));
-    EXPECT_EQ(hub.releaseImages(both), (std::vector<bool>{ true, true })); // nothing held
+    EXPECT_EQ(hub.releaseImages(both), (std::vector<bool> { true, true }));
+    EXPECT_EQ(hub.releaseImages(both), (std::vector<bool> { true, true })); // nothing held
     EXPECT_TRUE(hub.releaseDirectRawImages(both).empty());
-    EXPECT_EQ(hub.getResolutions(both), (std::vector<Resolution>{ { 320, 240 }, { 160, 120 } }));
-    EXPECT_EQ(hub.getColorSpaces(both), (std::vector<ColorSpace>{ COLORSPACE_Y_8, COLORSPACE_BGR_888 }));
+    EXPECT_EQ(hub.getResolutions(both), (std::vector<Resolution> { { 320, 240 }, { 160, 120 } }));
+    EXPECT_EQ(hub.getColorSpaces(both), (std::vector<ColorSpace> { COLORSPACE_Y_8, COLORSPACE_BGR_888 }));
 
     // Moving to back alone keeps it multi-stream, with the request it had.
-    EXPECT_EQ(hub.setActiveCameras(both, { "back" }), (std::vector<bool>{ true }));
-    EXPECT_EQ(hub.getResolutions(both), (std::vector<Resolution>{ { 160, 120 } }));
+    EXPECT_EQ(hub.setActiveCameras(both, { "back" }), (std::vector<bool> { true }));
+    EXPECT_EQ(hub.getResolutions(both), (std::vector<Resolution> { { 160, 120 } }));
     EXPECT_TRUE(hub.setActiveCameras(both, { "back", "back" }).empty());
-    EXPECT_EQ(hub.setActiveCameras(both, { "back", "nowhere" }), (std::vector<bool>{ false, false }));
+    EXPECT_EQ(hub.setActiveCameras(both, { "back", "nowhere" }), (std::vector<bool> { false, false }));
 
     // One camera given: an ordinary mono-stream subscriber.
-    const std::string one =
-        hub.subscribeCameras("one", { "back" }, { Resolution(160, 120) }, { COLORSPACE_Y_8 }, 5);
+    const std::string one = hub.subscribeCameras("one", { "back" }, { Resolution(160, 120) }, { COLORSPACE_Y_8 }, 5);
     EXPECT_TRUE(hub.getImages(one).empty());
     EXPECT_TRUE(hub.getImage(one));
     EXPECT_TRUE(hub.releaseImage(one));
@@ -123,7 +120,7 @@ TEST_F(Hub, AliasFollowsTheDefaultCamera)
     auto image = hub.getImage(top);
     EXPECT_EQ(image->getCameraName(), "front");
     EXPECT_TRUE(hub.setDefaultActiveCamera("back")); // moves it even while it holds an image
-    EXPECT_TRUE(hub.releaseImage(top));              // the release still reaches front
+    EXPECT_TRUE(hub.releaseImage(top)); // the release still reaches front
     EXPECT_EQ(hub.getActiveCamera(top), "back");
     EXPECT_FALSE(hub.isCameraOpen("front")); // its last request left
     clock.advanceMs(1000);
@@ -147,8 +144,9 @@ TEST_F(Hub, RequestRepairedAndReadBack)
     LogCapture log;
     const std::string name = hub.subscribeCamera("fix", "front", Resolution(1024, 768), COLORSPACE_H_8, 60);
     ASSERT_EQ(name, "fix_0");
-    EXPECT_TRUE(log.has(3, "Can't add subscriber fix to Frame Hub\nSome camera parameter values are not "
-                           "supported.\nTry to change the camera parameter requested automatically..."));
+    EXPECT_TRUE(log.has(3,
+        "Can't add subscriber fix to Frame Hub\nSome camera parameter values are not "
+        "supported.\nTry to change the camera parameter requested automatically..."));
     EXPECT_EQ(hub.getResolution(name), Resolution(160, 120));
     EXPECT_EQ(hub.getColorSpace(name), COLORSPACE_H_8);
     EXPECT_EQ(hub.getFrameRate(name), 30);
@@ -165,15 +163,17 @@ TEST_F(Hub, ProcessingRefusalsAndRelease)
     feed(hub, "front", 1);
     ASSERT_TRUE(hub.getImage(name));
     EXPECT_FALSE(hub.getImage(name));
-    EXPECT_TRUE(log.has(2, "Subscriber \"top_0\" is still processing. Please verify you have release previous "
-                           "image(s)."));
+    EXPECT_TRUE(log.has(2,
+        "Subscriber \"top_0\" is still processing. Please verify you have release previous "
+        "image(s)."));
     EXPECT_FALSE(hub.setResolution(name, Resolution(160, 120)));
     EXPECT_TRUE(hub.setFrameRate(name, 5)); // allowed while processing
     EXPECT_FALSE(hub.unsubscribe(name));
-    EXPECT_TRUE(log.has(2, "Subscriber \"top_0\" has not released all its requested buffers. Please call "
-                           "releaseImage(s) before."));
+    EXPECT_TRUE(log.has(2,
+        "Subscriber \"top_0\" has not released all its requested buffers. Please call "
+        "releaseImage(s) before."));
     EXPECT_TRUE(hub.releaseDirectRawImage(name)); // either release kind ends the hand-out
-    EXPECT_TRUE(hub.releaseImage(name));          // nothing held
+    EXPECT_TRUE(hub.releaseImage(name)); // nothing held
     EXPECT_TRUE(hub.setResolution(name, Resolution(160, 120)));
     EXPECT_TRUE(hub.unsubscribe(name));
     EXPECT_FALSE(hub.unsubscribe(name));
@@ -200,20 +200,20 @@ TEST_F(Hub, FailurePathsAndTheirTexts)
         const char* message;
     } rows[] = {
         { hub.subscribeCamera("top", "nowhere", Resolution(1, 1), COLORSPACE_Y_8, 5),
-          "Can't add subscriber top to Frame Hub\nCamera index nowhere is invalid.\nPlease change the camera index "
-          "requested." },
+            "Can't add subscriber top to Frame Hub\nCamera index nowhere is invalid.\nPlease change the camera index "
+            "requested." },
         { hub.subscribeCameras("", { "front" }, { Resolution(1, 1) }, { COLORSPACE_Y_8 }, 5),
-          "Can't add subscriber  to Frame Hub.\nSome input parameters are empty.\nPlease verify parameters" },
+            "Can't add subscriber  to Frame Hub.\nSome input parameters are empty.\nPlease verify parameters" },
         { hub.subscribeCameras("m", { "front", "front" }, { Resolution(1, 1) }, { COLORSPACE_Y_8 }, 5),
-          "subscribeCameras(): Can't add subscriber m to Frame Hub.\nInvalid input parameters, list contains 2 "
-          "elements but only 1 different elements (using several time the same camera is forbidden).\nPlease "
-          "correct camera indexes list." },
+            "subscribeCameras(): Can't add subscriber m to Frame Hub.\nInvalid input parameters, list contains 2 "
+            "elements but only 1 different elements (using several time the same camera is forbidden).\nPlease "
+            "correct camera indexes list." },
         { hub.subscribeCameras("m", { "front", "back" }, { Resolution(1, 1) }, { COLORSPACE_Y_8 }, 5),
-          "Can't add subscriber m to Frame Hub.\nParameters list don't have the same size.Please verify parameters" },
+            "Can't add subscriber m to Frame Hub.\nParameters list don't have the same size.Please verify parameters" },
         { hub.subscribeCameras("m", { "front", "Default" }, { Resolution(1, 1), Resolution(1, 1) },
-                               { COLORSPACE_Y_8, COLORSPACE_Y_8 }, 5),
-          "Can't add subscriber m to Frame Hub.\nCamera index Default is invalid.\nPlease change the camera index "
-          "requested." },
+              { COLORSPACE_Y_8, COLORSPACE_Y_8 }, 5),
+            "Can't add subscriber m to Frame Hub.\nCamera index Default is invalid.\nPlease change the camera index "
+            "requested." },
     };
     for (const Row& row : rows) {
         EXPECT_EQ(row.result, "") << row.message;
@@ -250,7 +250,7 @@ TEST_F(Hub, PassThroughNeutralValues)
     EXPECT_TRUE(hub.isCamera3DPlugged(false));
     EXPECT_EQ(hub.getCameraFrameRateRange("back"), std::make_pair(1, 30));
     EXPECT_EQ(hub.getImageInfoFromAngularInfoWithResolution("front", { 0, 0, 1, 0.75f }, Resolution(640, 480)),
-              (std::vector<float>{ 320, 240, 640, 480 }));
+        (std::vector<float> { 320, 240, 640, 480 }));
 }
 
 } // namespace

@@ -32,8 +32,8 @@ TEST(ImageBufferTest, ResolutionRegrowRules)
         Resolution next;
         bool keepsBlock;
     } rows[] = {
-        { Resolution(320, 960), true },  // more width, not more pixels
-        { Resolution(100, 100), true },  // shrink
+        { Resolution(320, 960), true }, // more width, not more pixels
+        { Resolution(100, 100), true }, // shrink
         { Resolution(1000, 400), false }, // more pixels: grows to the field-wise maximum
     };
     ImageBuffer b("cam", Resolution(640, 480), COLORSPACE_Y_8, true);
@@ -115,12 +115,22 @@ TEST(ImageBufferTest, CvMatTypesAndSharing)
         ColorSpace space;
         int type; // -1: empty matrix
     } rows[] = {
-        { COLORSPACE_YUV_422, CV_8UC2 },     { COLORSPACE_YUV_888, CV_8UC3 },   { COLORSPACE_HSY_888, CV_8UC3 },
-        { COLORSPACE_RGB_888, CV_8UC3 },     { COLORSPACE_BGR_888, CV_8UC3 },   { COLORSPACE_LAB_888, CV_8UC3 },
-        { COLORSPACE_Y_8, CV_8UC1 },         { COLORSPACE_H_8, CV_8UC1 },       { COLORSPACE_B_8, CV_8UC1 },
-        { COLORSPACE_ARGB_8888, CV_8UC4 },   { COLORSPACE_YYCBCR_8888, CV_8UC4 },
-        { COLORSPACE_INFRARED_16, CV_16UC1 }, { COLORSPACE_DEPTH_16, CV_16UC1 },
-        { COLORSPACE_XYZ_323232, CV_32FC3 }, { COLORSPACE_DISTANCE_32, CV_32FC1 }, { COLORSPACE_UNKNOWN, -1 },
+        { COLORSPACE_YUV_422, CV_8UC2 },
+        { COLORSPACE_YUV_888, CV_8UC3 },
+        { COLORSPACE_HSY_888, CV_8UC3 },
+        { COLORSPACE_RGB_888, CV_8UC3 },
+        { COLORSPACE_BGR_888, CV_8UC3 },
+        { COLORSPACE_LAB_888, CV_8UC3 },
+        { COLORSPACE_Y_8, CV_8UC1 },
+        { COLORSPACE_H_8, CV_8UC1 },
+        { COLORSPACE_B_8, CV_8UC1 },
+        { COLORSPACE_ARGB_8888, CV_8UC4 },
+        { COLORSPACE_YYCBCR_8888, CV_8UC4 },
+        { COLORSPACE_INFRARED_16, CV_16UC1 },
+        { COLORSPACE_DEPTH_16, CV_16UC1 },
+        { COLORSPACE_XYZ_323232, CV_32FC3 },
+        { COLORSPACE_DISTANCE_32, CV_32FC1 },
+        { COLORSPACE_UNKNOWN, -1 },
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(getColorSpaceName(row.space));

@@ -40,9 +40,8 @@ public:
     bool has(int level, const std::string& message) const
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        return std::any_of(_records.begin(), _records.end(), [&](const lumo::log::Record& r) {
-            return r.level == level && r.message == message;
-        });
+        return std::any_of(_records.begin(), _records.end(),
+            [&](const lumo::log::Record& r) { return r.level == level && r.message == message; });
     }
     std::vector<std::string> messages() const
     {

@@ -41,16 +41,23 @@ TEST(LumoLog, LevelsFilterGloballyAndPerCategory)
 {
     LogCapture capture(3);
     lumo::log::CategoryType cat = lumo::log::addCategory("test.levels");
-    struct Row { int level; bool written; } rows[] = { { 1, true }, { 3, true }, { 4, false }, { 5, false } };
+    struct Row {
+        int level;
+        bool written;
+    } rows[] = { { 1, true }, { 3, true }, { 4, false }, { 5, false } };
     for (const Row& row : rows) {
         capture.clear();
-        { lumo::log::LogStream(row.level, "", "f", 0, cat) << "x"; }
+        {
+            lumo::log::LogStream(row.level, "", "f", 0, cat) << "x";
+        }
         EXPECT_EQ(capture.records().size(), row.written ? 1u : 0u) << "level " << row.level;
     }
 
     lumo::log::setCategoryLevel("test.levels", 5);
     capture.clear();
-    { lumo::log::LogStream(5, "", "f", 0, cat) << "x"; }
+    {
+        lumo::log::LogStream(5, "", "f", 0, cat) << "x";
+    }
     EXPECT_EQ(capture.records().size(), 1u);
 
     // setLevel reaches categories registered later too.
@@ -60,7 +67,9 @@ TEST(LumoLog, LevelsFilterGloballyAndPerCategory)
     EXPECT_EQ(lumo::log::categoryLevel(cat), 1);
 
     capture.clear();
-    { lumo::log::LogStream(1, "", "f", 0, nullptr) << "no category"; }
+    {
+        lumo::log::LogStream(1, "", "f", 0, nullptr) << "no category";
+    }
     EXPECT_TRUE(capture.records().empty());
 }
 
@@ -70,7 +79,7 @@ TEST(LumoLog, SetHandlerReturnsPreviousAndEmptyRestoresDefault)
     lumo::log::Handler old = lumo::log::setHandler([&](const lumo::log::Record&) { ++first; });
     lumo::log::Handler mine = lumo::log::setHandler(lumo::log::Handler());
     ASSERT_TRUE(static_cast<bool>(mine));
-    lumo::log::Record r{ 2, "c", "f", "", 0, "m" };
+    lumo::log::Record r { 2, "c", "f", "", 0, "m" };
     mine(r);
     EXPECT_EQ(first, 1);
     lumo::log::setHandler(old);
@@ -125,7 +134,7 @@ TEST(LumoOs, ClockOverrideAndRestore)
         tv->tv_sec = 1000;
         tv->tv_usec = 999999;
     });
-    lumo::os::timeval tv{};
+    lumo::os::timeval tv {};
     EXPECT_EQ(lumo::os::gettimeofday(&tv), 0);
     EXPECT_EQ(tv.tv_sec, 1000);
     EXPECT_EQ(tv.tv_usec, 999999);

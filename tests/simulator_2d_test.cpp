@@ -79,31 +79,31 @@ Bytes store(CameraSimulator2D& camera)
 Bytes yuvOf(int r, int g, int b)
 {
     return { static_cast<uint8_t>(((66 * r + 129 * g + 25 * b + 128) >> 8) + 16),
-             static_cast<uint8_t>(((-38 * r - 74 * g + 112 * b + 128) >> 8) - 128),
-             static_cast<uint8_t>(((112 * r - 94 * g - 18 * b + 128) >> 8) - 128) };
+        static_cast<uint8_t>(((-38 * r - 74 * g + 112 * b + 128) >> 8) - 128),
+        static_cast<uint8_t>(((112 * r - 94 * g - 18 * b + 128) >> 8) - 128) };
 }
 
 TEST(Resampling, SampleColoursAndPairRule)
 {
     struct Row {
         uint8_t r, g, b, y, u, v;
-    } rows[] = { { 0, 0, 0, 16, 128, 128 },   { 255, 255, 255, 235, 128, 128 }, { 255, 0, 0, 82, 90, 240 },
-                 { 0, 255, 0, 144, 54, 34 }, { 0, 0, 255, 41, 240, 110 } };
+    } rows[] = { { 0, 0, 0, 16, 128, 128 }, { 255, 255, 255, 235, 128, 128 }, { 255, 0, 0, 82, 90, 240 },
+        { 0, 255, 0, 144, 54, 34 }, { 0, 0, 255, 41, 240, 110 } };
     auto camera = makeSimulator(Resolution(2, 1));
     for (const Row& row : rows) {
         Bytes pair = { row.r, row.g, row.b, row.r, row.g, row.b };
         ASSERT_TRUE(camera->putImage(Resolution(2, 1), COLORSPACE_RGB_888, pair.data()));
-        EXPECT_EQ(store(*camera), (Bytes{ row.y, row.u, row.y, row.v }));
+        EXPECT_EQ(store(*camera), (Bytes { row.y, row.u, row.y, row.v }));
     }
     Bytes redBlue = { 255, 0, 0, 0, 0, 255 };
     ASSERT_TRUE(camera->putImage(Resolution(2, 1), COLORSPACE_RGB_888, redBlue.data()));
-    EXPECT_EQ(store(*camera), (Bytes{ 82, 165, 41, 175 }));
+    EXPECT_EQ(store(*camera), (Bytes { 82, 165, 41, 175 }));
 }
 
 // Expected store for a frame resampled by the mapping from output to source
 // positions, pairs averaged.
-Bytes expected(const Bytes& rgb, uint64_t w, uint64_t outW, uint64_t outH,
-               std::function<uint64_t(uint64_t)> column, std::function<uint64_t(uint64_t)> row)
+Bytes expected(const Bytes& rgb, uint64_t w, uint64_t outW, uint64_t outH, std::function<uint64_t(uint64_t)> column,
+    std::function<uint64_t(uint64_t)> row)
 {
     Bytes out;
     for (uint64_t y = 0; y < outH; ++y)
@@ -111,8 +111,9 @@ Bytes expected(const Bytes& rgb, uint64_t w, uint64_t outW, uint64_t outH,
             const uint8_t* a = &rgb[(row(y) * w + column(x)) * 3];
             const uint8_t* b = &rgb[(row(y) * w + column(x + 1)) * 3];
             Bytes ya = yuvOf(a[0], a[1], a[2]), yb = yuvOf(b[0], b[1], b[2]);
-            out.insert(out.end(), { ya[0], static_cast<uint8_t>((ya[1] + yb[1]) >> 1), yb[0],
-                                    static_cast<uint8_t>((ya[2] + yb[2]) >> 1) });
+            out.insert(out.end(),
+                { ya[0], static_cast<uint8_t>((ya[1] + yb[1]) >> 1), yb[0],
+                    static_cast<uint8_t>((ya[2] + yb[2]) >> 1) });
         }
     return out;
 }
@@ -124,9 +125,12 @@ TEST(Resampling, FactorsInBothDirections)
         uint64_t factor;
         bool enlarge;
     } rows[] = {
-        { { 640, 480 }, { 320, 240 }, 2, false }, { { 640, 480 }, { 160, 120 }, 4, false },
-        { { 320, 240 }, { 40, 30 }, 8, false },   { { 160, 120 }, { 320, 240 }, 2, true },
-        { { 80, 60 }, { 320, 240 }, 4, true },    { { 40, 30 }, { 320, 240 }, 8, true },
+        { { 640, 480 }, { 320, 240 }, 2, false },
+        { { 640, 480 }, { 160, 120 }, 4, false },
+        { { 320, 240 }, { 40, 30 }, 8, false },
+        { { 160, 120 }, { 320, 240 }, 2, true },
+        { { 80, 60 }, { 320, 240 }, 4, true },
+        { { 40, 30 }, { 320, 240 }, 8, true },
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::to_string(row.frame.width) + " to " + std::to_string(row.camera.width));
@@ -145,7 +149,7 @@ TEST(Resampling, RefusedFactorsAndRatios)
     struct Row {
         Resolution frame, camera;
     } rows[] = {
-        { { 640, 480 }, { 40, 30 } },   // factor 16
+        { { 640, 480 }, { 40, 30 } }, // factor 16
         { { 480, 360 }, { 160, 120 } }, // factor 3
         { { 480, 360 }, { 320, 240 } }, // factor 1, different sizes
         { { 640, 240 }, { 320, 240 } }, // fx 2, fy 1
@@ -170,7 +174,7 @@ TEST(Resampling, NonMultipleAndOddSizesStayInsideTheStore)
         { { 321, 241 }, { 160, 120 } }, // truncated factor 2, wider than twice
         { { 640, 480 }, { 300, 240 } }, // factor 2 gives 320 columns for 300
         { { 159, 119 }, { 320, 240 } }, // factor 2 enlarges to less than the camera
-        { { 80, 60 }, { 161, 121 } },   // odd camera width: pairs run across rows
+        { { 80, 60 }, { 161, 121 } }, // odd camera width: pairs run across rows
         { { 161, 121 }, { 161, 121 } }, // odd pixel count, same size
         { { 322, 242 }, { 161, 121 } },
     };
@@ -191,8 +195,10 @@ TEST(Resampling, NonMultipleAndOddSizesStayInsideTheStore)
     camera = makeSimulator(Resolution(320, 240));
     rgb = gradient(159, 119);
     camera->putImage(Resolution(159, 119), COLORSPACE_RGB_888, rgb.data());
-    EXPECT_EQ(store(*camera), expected(rgb, 159, 320, 240, [](uint64_t v) { return std::min<uint64_t>(v / 2, 158); },
-                                       [](uint64_t v) { return std::min<uint64_t>(v / 2, 118); }));
+    EXPECT_EQ(store(*camera),
+        expected(
+            rgb, 159, 320, 240, [](uint64_t v) { return std::min<uint64_t>(v / 2, 158); },
+            [](uint64_t v) { return std::min<uint64_t>(v / 2, 118); }));
 }
 
 TEST(Simulator2DStore, StatesAndMessages)
@@ -200,8 +206,8 @@ TEST(Simulator2DStore, StatesAndMessages)
     ManualClock clock;
     LogCapture log;
     auto camera = makeSimulator(Resolution(160, 120));
-    const std::string missing =
-        "_getDirectRawImageBuffer(): Could not get image for subscriber.\nPlease check that the simulator is running.";
+    const std::string missing = "_getDirectRawImageBuffer(): Could not get image for subscriber.\nPlease check that "
+                                "the simulator is running.";
     Bytes first = store(*camera);
     EXPECT_EQ(first, Bytes(160 * 120 * 2, 0));
     EXPECT_TRUE(log.has(2, missing));
@@ -269,8 +275,7 @@ TEST(SimulatorBase, DeviceSettings)
         int asked, stored;
         const char* message;
     } rows[] = { { 1, 10, "setFrameRate(): Frame Rate requested too low.\nAutomaticaly set to 5." },
-                 { 60, 30, "setFrameRate(): Frame Rate requested too high.\nAutomaticaly set to 30." },
-                 { 12, 12, nullptr } };
+        { 60, 30, "setFrameRate(): Frame Rate requested too high.\nAutomaticaly set to 30." }, { 12, 12, nullptr } };
     for (const Row& row : rows) {
         log.clear();
         EXPECT_TRUE(camera->setFrameRate(row.asked));

@@ -44,8 +44,8 @@ struct Reader : CameraSimulator3D {
         auto buffer = boost::make_shared<ImageBuffer>("copy", Resolution(1, 1), COLORSPACE_DEPTH_16, true);
         bool ok;
         if (infrared) {
-            bool (CameraSimulator3D::*hook)(const CameraPreferences&, boost::shared_ptr<ImageBuffer>) =
-                &Reader::_getExtraColorSpaceBuffer;
+            bool (CameraSimulator3D::*hook)(const CameraPreferences&, boost::shared_ptr<ImageBuffer>)
+                = &Reader::_getExtraColorSpaceBuffer;
             ok = (camera.*hook)(CameraPreferences(Resolution(), COLORSPACE_INFRARED_16, 1), buffer);
         } else {
             bool (CameraSimulator3D::*hook)(boost::shared_ptr<ImageBuffer>) = &Reader::_getDirectRawImage;
@@ -88,8 +88,8 @@ TEST(Simulator3D, StoresAreIndependent)
     ManualClock clock;
     LogCapture log;
     auto camera = make3D(Resolution(80, 60));
-    const std::string missing =
-        "_getDirectRawImageBuffer(): Could not get image for subscriber.\nPlease check that the simulator is running.";
+    const std::string missing = "_getDirectRawImageBuffer(): Could not get image for subscriber.\nPlease check that "
+                                "the simulator is running.";
     Samples ir = ramp(80, 60, 1000);
     ASSERT_TRUE(camera->putImage(Resolution(80, 60), COLORSPACE_INFRARED_16, ir.data()));
 
@@ -144,7 +144,7 @@ TEST(Simulator3D, ResamplingBothWays)
         uint64_t factor;
         bool enlarge;
     } rows[] = { { { 640, 480 }, { 80, 60 }, 8, false }, { { 320, 240 }, { 80, 60 }, 4, false },
-                 { { 80, 60 }, { 320, 240 }, 4, true },  { { 80, 60 }, { 640, 480 }, 8, true } };
+        { { 80, 60 }, { 320, 240 }, 4, true }, { { 80, 60 }, { 640, 480 }, 8, true } };
     for (const Row& row : rows) {
         auto camera = make3D(row.camera);
         Samples frame = ramp(row.frame.width, row.frame.height, 3);
@@ -176,9 +176,9 @@ TEST(Simulator3D, EndToEndThroughTheHub)
     struct Row {
         ColorSpace space;
         Resolution size;
-    } rows[] = { { COLORSPACE_Y_8, { 320, 240 } },          { COLORSPACE_RGB_888, { 320, 240 } },
-                 { COLORSPACE_DEPTH_16, { 640, 480 } },     { COLORSPACE_XYZ_323232, { 320, 240 } },
-                 { COLORSPACE_DISTANCE_32, { 320, 240 } }, { COLORSPACE_INFRARED_16, { 320, 240 } } };
+    } rows[] = { { COLORSPACE_Y_8, { 320, 240 } }, { COLORSPACE_RGB_888, { 320, 240 } },
+        { COLORSPACE_DEPTH_16, { 640, 480 } }, { COLORSPACE_XYZ_323232, { 320, 240 } },
+        { COLORSPACE_DISTANCE_32, { 320, 240 } }, { COLORSPACE_INFRARED_16, { 320, 240 } } };
     std::vector<std::string> names;
     for (const Row& row : rows)
         names.push_back(hub.subscribeCamera("s", "depth", row.size, row.space, 30));
@@ -202,11 +202,20 @@ TEST(Simulator3D, EndToEndThroughTheHub)
         EXPECT_EQ(image->getCameraName(), "depth");
         const unsigned char* p = image->getData();
         switch (rows[i].space) {
-        case COLORSPACE_Y_8: EXPECT_EQ(p[1], (1500 - 400) >> 4); break;
-        case COLORSPACE_DEPTH_16: EXPECT_EQ(reinterpret_cast<const uint16_t*>(p)[1], 1500); break;
-        case COLORSPACE_INFRARED_16: EXPECT_EQ(reinterpret_cast<const uint16_t*>(p)[1], 202); break;
-        case COLORSPACE_XYZ_323232: EXPECT_EQ(reinterpret_cast<const float*>(p)[3], 1500.0f); break; // depth first
-        default: break;
+        case COLORSPACE_Y_8:
+            EXPECT_EQ(p[1], (1500 - 400) >> 4);
+            break;
+        case COLORSPACE_DEPTH_16:
+            EXPECT_EQ(reinterpret_cast<const uint16_t*>(p)[1], 1500);
+            break;
+        case COLORSPACE_INFRARED_16:
+            EXPECT_EQ(reinterpret_cast<const uint16_t*>(p)[1], 202);
+            break;
+        case COLORSPACE_XYZ_323232:
+            EXPECT_EQ(reinterpret_cast<const float*>(p)[3], 1500.0f);
+            break; // depth first
+        default:
+            break;
         }
         EXPECT_TRUE(hub.releaseImage(names[i]));
     }

@@ -10,7 +10,7 @@
 #include <new>
 
 namespace {
-std::atomic<long> largeArrays{ 0 };
+std::atomic<long> largeArrays { 0 };
 const std::size_t kPixelBlock = 4096; // smaller blocks are bookkeeping, not images
 } // namespace
 

@@ -32,19 +32,18 @@ typedef std::chrono::steady_clock Clock;
 
 namespace {
 
-const char* const kUsage =
-    "Usage: framehub-demo [--seconds N] [--out DIR] [--input FILE...] [--verbose] [--help]\n"
-    "\n"
-    "Runs a frame hub with a simulated colour camera and a simulated depth camera,\n"
-    "feeds them a moving scene and lets several clients share them, each in its own\n"
-    "resolution, colour space and frame rate. Prints progress and a table, and writes\n"
-    "one PNG per client plus contact-sheet.png.\n"
-    "\n"
-    "  --seconds N     how long the clients run (default 8, at most 3600)\n"
-    "  --out DIR       where the pictures go (default demo-output)\n"
-    "  --input FILE... still images to feed the colour camera instead of the test card\n"
-    "  --verbose       the library's log at level 5 (verbose)\n"
-    "  --help          this text\n";
+const char* const kUsage = "Usage: framehub-demo [--seconds N] [--out DIR] [--input FILE...] [--verbose] [--help]\n"
+                           "\n"
+                           "Runs a frame hub with a simulated colour camera and a simulated depth camera,\n"
+                           "feeds them a moving scene and lets several clients share them, each in its own\n"
+                           "resolution, colour space and frame rate. Prints progress and a table, and writes\n"
+                           "one PNG per client plus contact-sheet.png.\n"
+                           "\n"
+                           "  --seconds N     how long the clients run (default 8, at most 3600)\n"
+                           "  --out DIR       where the pictures go (default demo-output)\n"
+                           "  --input FILE... still images to feed the colour camera instead of the test card\n"
+                           "  --verbose       the library's log at level 5 (verbose)\n"
+                           "  --help          this text\n";
 
 struct Options {
     double seconds = 8.0;
@@ -94,7 +93,8 @@ int parse(int argc, char** argv, Options& options)
                 return 2;
             }
         } else {
-            std::cerr << "framehub-demo: unknown option '" << arg << "'\n" << "Try 'framehub-demo --help'.\n";
+            std::cerr << "framehub-demo: unknown option '" << arg << "'\n"
+                      << "Try 'framehub-demo --help'.\n";
             return 2;
         }
     }
@@ -135,7 +135,7 @@ struct Client {
     int rate;
 
     std::string name; // as the hub generated it
-    std::atomic<uint64_t> frames{ 0 };
+    std::atomic<uint64_t> frames { 0 };
     uint64_t cached = 0, wrong = 0;
     std::vector<double> fetchMicroseconds;
     std::mutex snapshotMutex;
@@ -167,7 +167,8 @@ std::vector<Client*> makeClients()
     };
     Client* fusion = new Client;
     fusion->stem = "fusion";
-    fusion->requests = { { "color", { 320, 240 }, COLORSPACE_RGB_888 }, { "depth", { 320, 240 }, COLORSPACE_DEPTH_16 } };
+    fusion->requests
+        = { { "color", { 320, 240 }, COLORSPACE_RGB_888 }, { "depth", { 320, 240 }, COLORSPACE_DEPTH_16 } };
     fusion->rate = 15;
     clients.push_back(fusion);
     return clients;
@@ -191,7 +192,8 @@ public:
 
 private:
     std::mutex _mutex;
-    std::vector<std::pair<const ImageBuffer*, int64_t>> _ring = std::vector<std::pair<const ImageBuffer*, int64_t>>(256);
+    std::vector<std::pair<const ImageBuffer*, int64_t>> _ring
+        = std::vector<std::pair<const ImageBuffer*, int64_t>>(256);
     size_t _next = 0;
 };
 
@@ -223,8 +225,8 @@ void runClient(FrameHub& hub, Client& c, RecentImages& recent, const std::atomic
     auto lastSnapshot = Clock::time_point();
     while (!stop) {
         const auto start = Clock::now();
-        std::vector<FrameHub::Buffer> images =
-            multi ? hub.getImages(c.name) : std::vector<FrameHub::Buffer>{ hub.getImage(c.name) };
+        std::vector<FrameHub::Buffer> images
+            = multi ? hub.getImages(c.name) : std::vector<FrameHub::Buffer> { hub.getImage(c.name) };
         const double micros = std::chrono::duration<double, std::micro>(Clock::now() - start).count();
         bool complete = images.size() == c.requests.size();
         for (size_t i = 0; complete && i < images.size(); ++i)
@@ -314,10 +316,7 @@ double percentile(std::vector<double> values, double p)
     return values[index];
 }
 
-std::string sizeText(const Resolution& r)
-{
-    return std::to_string(r.width) + "x" + std::to_string(r.height);
-}
+std::string sizeText(const Resolution& r) { return std::to_string(r.width) + "x" + std::to_string(r.height); }
 
 std::string shortSpace(ColorSpace space)
 {
@@ -328,19 +327,19 @@ std::string shortSpace(ColorSpace space)
 void printTable(const std::vector<Client*>& clients, double seconds)
 {
     std::printf("\n%-12s %-6s %-9s %-12s %5s %8s %7s %9s %9s %7s\n", "subscriber", "camera", "size", "colorspace",
-                "fps", "achieved", "frames", "median us", "p99 us", "cached");
+        "fps", "achieved", "frames", "median us", "p99 us", "cached");
     for (const Client* c : clients) {
         for (size_t i = 0; i < c->requests.size(); ++i) {
             const Request& r = c->requests[i];
             if (i == 0)
                 std::printf("%-12s %-6s %-9s %-12s %5d %8.1f %7llu %9.1f %9.1f %7llu\n", c->name.c_str(),
-                            r.camera.c_str(), sizeText(r.size).c_str(), shortSpace(r.space).c_str(), c->rate,
-                            c->frames / seconds, static_cast<unsigned long long>(c->frames.load()),
-                            percentile(c->fetchMicroseconds, 0.5), percentile(c->fetchMicroseconds, 0.99),
-                            static_cast<unsigned long long>(c->cached));
+                    r.camera.c_str(), sizeText(r.size).c_str(), shortSpace(r.space).c_str(), c->rate,
+                    c->frames / seconds, static_cast<unsigned long long>(c->frames.load()),
+                    percentile(c->fetchMicroseconds, 0.5), percentile(c->fetchMicroseconds, 0.99),
+                    static_cast<unsigned long long>(c->cached));
             else
                 std::printf("%-12s %-6s %-9s %-12s\n", "", r.camera.c_str(), sizeText(r.size).c_str(),
-                            shortSpace(r.space).c_str());
+                    shortSpace(r.space).c_str());
         }
     }
 }
@@ -377,12 +376,12 @@ int main(int argc, char** argv)
             return 1;
         }
     std::printf("framehub-demo: %zu subscribers on cameras %s, running %.1f s\n", clients.size(),
-                "color (2D) and depth (3D)", options.seconds);
+        "color (2D) and depth (3D)", options.seconds);
 
     Feeder feeder(hub, stills);
     const auto origin = Clock::now();
     feeder.feedOnce(0.0); // a first frame at the negotiated sizes before anyone reads
-    std::atomic<bool> stop{ false };
+    std::atomic<bool> stop { false };
     std::thread feederThread([&] { feeder.run(stop, origin); });
     RecentImages recent;
     std::vector<std::thread> threads;
@@ -390,7 +389,8 @@ int main(int argc, char** argv)
         threads.emplace_back([&, c] { runClient(hub, *c, recent, stop); });
 
     const bool tty = isatty(fileno(stdout));
-    const auto end = origin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
+    const auto end
+        = origin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
     for (auto tick = origin + std::chrono::seconds(1); tick < end; tick += std::chrono::seconds(1)) {
         std::this_thread::sleep_until(tick);
         std::ostringstream line;
@@ -419,8 +419,7 @@ int main(int argc, char** argv)
         for (size_t i = 0; i < c->last.size(); ++i) {
             const Request& r = c->requests[i];
             cv::Mat picture = render::toPicture(c->last[i]);
-            const std::string file =
-                c->name + (c->requests.size() > 1 ? "-" + r.camera : std::string()) + ".png";
+            const std::string file = c->name + (c->requests.size() > 1 ? "-" + r.camera : std::string()) + ".png";
             if (cv::imwrite((std::filesystem::path(options.out) / file).string(), picture))
                 ++written;
             else
@@ -438,6 +437,6 @@ int main(int argc, char** argv)
         delete c;
     }
     std::printf("\nPictures: %d PNG files and the contact sheet in %s\n", written,
-                std::filesystem::absolute(options.out).string().c_str());
+        std::filesystem::absolute(options.out).string().c_str());
     return failures == 0 && written > 0 ? 0 : 1;
 }

@@ -75,7 +75,7 @@ cv::Mat sideView(const cv::Mat& xyz)
                 cv::rectangle(view, cv::Rect(x, y, 2, 2), cv::Scalar(palette.at<cv::Vec3b>(0, shade)), cv::FILLED);
             }
     cv::putText(view, "point cloud, seen from the side", cv::Point(8, 18), cv::FONT_HERSHEY_SIMPLEX, 0.45,
-                cv::Scalar(220, 220, 220), 1);
+        cv::Scalar(220, 220, 220), 1);
     return view;
 }
 
@@ -104,7 +104,7 @@ cv::Mat toPicture(const Snapshot& s)
     case COLORSPACE_YYCBCR_8888: {
         std::vector<cv::Mat> planes;
         cv::split(m, planes);
-        cv::merge(std::vector<cv::Mat>{ planes[0], planes[2], planes[3] }, out);
+        cv::merge(std::vector<cv::Mat> { planes[0], planes[2], planes[3] }, out);
         break;
     }
     case COLORSPACE_DEPTH_16:
@@ -143,13 +143,13 @@ cv::Mat contactSheet(const std::vector<cv::Mat>& pictures, const std::vector<std
     for (size_t i = 0; i < pictures.size(); ++i) {
         const int x = static_cast<int>(i % columns) * tileW, y = static_cast<int>(i / columns) * (tileH + labelH);
         cv::Mat tile;
-        const double scale = std::min(static_cast<double>(tileW) / pictures[i].cols,
-                                      static_cast<double>(tileH) / pictures[i].rows);
+        const double scale
+            = std::min(static_cast<double>(tileW) / pictures[i].cols, static_cast<double>(tileH) / pictures[i].rows);
         cv::resize(pictures[i], tile, cv::Size(), scale, scale, cv::INTER_AREA);
-        tile.copyTo(sheet(cv::Rect(x + (tileW - tile.cols) / 2, y + labelH + (tileH - tile.rows) / 2, tile.cols,
-                                   tile.rows)));
+        tile.copyTo(
+            sheet(cv::Rect(x + (tileW - tile.cols) / 2, y + labelH + (tileH - tile.rows) / 2, tile.cols, tile.rows)));
         cv::putText(sheet, labels[i], cv::Point(x + 6, y + 16), cv::FONT_HERSHEY_SIMPLEX, 0.45,
-                    cv::Scalar(240, 240, 240), 1, cv::LINE_AA);
+            cv::Scalar(240, 240, 240), 1, cv::LINE_AA);
     }
     return sheet;
 }

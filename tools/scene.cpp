@@ -27,9 +27,8 @@ cv::Mat testCard(int width, int height, double t)
     cv::cvtColor(hsv, rgb, cv::COLOR_HSV2RGB);
 
     // Saturated and grey patches along the bottom.
-    const cv::Scalar patches[] = { { 255, 0, 0 },   { 0, 255, 0 },   { 0, 0, 255 },    { 255, 255, 0 },
-                                   { 0, 255, 255 }, { 255, 0, 255 }, { 255, 255, 255 }, { 128, 128, 128 },
-                                   { 0, 0, 0 } };
+    const cv::Scalar patches[] = { { 255, 0, 0 }, { 0, 255, 0 }, { 0, 0, 255 }, { 255, 255, 0 }, { 0, 255, 255 },
+        { 255, 0, 255 }, { 255, 255, 255 }, { 128, 128, 128 }, { 0, 0, 0 } };
     const int n = sizeof(patches) / sizeof(patches[0]);
     const int ph = height / 8;
     for (int i = 0; i < n; ++i)
@@ -43,15 +42,16 @@ cv::Mat testCard(int width, int height, double t)
     // Moving shapes.
     const double s = std::min(width, height) / 240.0;
     const cv::Point ball(static_cast<int>(width * (0.5 + 0.35 * std::sin(t * 1.3))),
-                         static_cast<int>(height * (0.55 + 0.2 * std::cos(t * 1.7))));
+        static_cast<int>(height * (0.55 + 0.2 * std::cos(t * 1.7))));
     cv::circle(rgb, ball, static_cast<int>(22 * s), cv::Scalar(255, 255, 255), cv::FILLED, cv::LINE_AA);
     cv::circle(rgb, ball, static_cast<int>(14 * s), cv::Scalar(220, 30, 30), cv::FILLED, cv::LINE_AA);
     const cv::Point box(static_cast<int>(width * (0.5 + 0.4 * std::cos(t * 0.9))), height / 4);
-    cv::rectangle(rgb, cv::Rect(box.x - static_cast<int>(20 * s), box.y - static_cast<int>(15 * s),
-                                static_cast<int>(40 * s), static_cast<int>(30 * s)),
-                  cv::Scalar(20, 20, 200), cv::FILLED);
-    cv::putText(rgb, "framehub", cv::Point(static_cast<int>(8 * s), static_cast<int>(20 * s)),
-                cv::FONT_HERSHEY_SIMPLEX, 0.6 * s, cv::Scalar(0, 0, 0), std::max(1, static_cast<int>(2 * s)));
+    cv::rectangle(rgb,
+        cv::Rect(box.x - static_cast<int>(20 * s), box.y - static_cast<int>(15 * s), static_cast<int>(40 * s),
+            static_cast<int>(30 * s)),
+        cv::Scalar(20, 20, 200), cv::FILLED);
+    cv::putText(rgb, "framehub", cv::Point(static_cast<int>(8 * s), static_cast<int>(20 * s)), cv::FONT_HERSHEY_SIMPLEX,
+        0.6 * s, cv::Scalar(0, 0, 0), std::max(1, static_cast<int>(2 * s)));
     return rgb;
 }
 
@@ -78,8 +78,8 @@ void depthScene(int width, int height, double t, cv::Mat& depth, cv::Mat& infrar
                 hit = -cameraHeight / dy; // floor
                 const double fx = hit * dx, fz = hit * dz;
                 reflect = ((static_cast<int>(std::floor(fx / 500.0)) + static_cast<int>(std::floor(fz / 500.0))) & 1)
-                              ? 0.8
-                              : 0.55;
+                    ? 0.8
+                    : 0.55;
             }
             if (dz > 0 && wall / dz < hit) {
                 hit = wall / dz; // wall

@@ -40,10 +40,9 @@ public:
 
     // Subscribing. cameraName may be "Default", the default camera.
     std::string subscribeCamera(const std::string& name, const std::string& cameraName, const Resolution& resolution,
-                                const ColorSpace& colorSpace, int frameRate);
+        const ColorSpace& colorSpace, int frameRate);
     std::string subscribeCameras(const std::string& name, const std::vector<std::string>& cameraNames,
-                                 const std::vector<Resolution>& resolutions,
-                                 const std::vector<ColorSpace>& colorSpaces, int frameRate);
+        const std::vector<Resolution>& resolutions, const std::vector<ColorSpace>& colorSpaces, int frameRate);
     bool unsubscribe(const std::string& name);
     std::vector<std::string> getSubscribers() const;
 
@@ -99,23 +98,22 @@ public:
 
     // Angles from the image centre against fractions of the image. Not
     // synchronised with addCamera: register cameras before using these.
-    std::vector<float> getAngularPositionFromImagePosition(const std::string& cameraName,
-                                                           const std::vector<float>& imagePosition) const;
-    std::vector<float> getImagePositionFromAngularPosition(const std::string& cameraName,
-                                                           const std::vector<float>& angularPosition) const;
-    std::vector<float> getAngularSizeFromImageSize(const std::string& cameraName,
-                                                   const std::vector<float>& imageSize) const;
-    std::vector<float> getImageSizeFromAngularSize(const std::string& cameraName,
-                                                   const std::vector<float>& angularSize) const;
-    std::vector<float> getImageInfoFromAngularInfo(const std::string& cameraName,
-                                                   const std::vector<float>& angularInfo) const;
-    std::vector<float> getImageInfoFromAngularInfoWithResolution(const std::string& cameraName,
-                                                                 const std::vector<float>& angularInfo,
-                                                                 const Resolution& resolution) const;
+    std::vector<float> getAngularPositionFromImagePosition(
+        const std::string& cameraName, const std::vector<float>& imagePosition) const;
+    std::vector<float> getImagePositionFromAngularPosition(
+        const std::string& cameraName, const std::vector<float>& angularPosition) const;
+    std::vector<float> getAngularSizeFromImageSize(
+        const std::string& cameraName, const std::vector<float>& imageSize) const;
+    std::vector<float> getImageSizeFromAngularSize(
+        const std::string& cameraName, const std::vector<float>& angularSize) const;
+    std::vector<float> getImageInfoFromAngularInfo(
+        const std::string& cameraName, const std::vector<float>& angularInfo) const;
+    std::vector<float> getImageInfoFromAngularInfoWithResolution(
+        const std::string& cameraName, const std::vector<float>& angularInfo, const Resolution& resolution) const;
 
     // Feeding a simulated camera, by its own name ("Default" is refused).
-    bool putImage(const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace,
-                  const void* data);
+    bool putImage(
+        const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace, const void* data);
     CameraPreferences getExpectedImageParameters(const std::string& cameraName) const;
 
     std::vector<std::string> getCameraIndexes() const;

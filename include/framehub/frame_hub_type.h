@@ -76,17 +76,22 @@ enum Parameter : int {
 };
 
 struct Resolution {
-    Resolution() : width(0), height(0) {}
-    Resolution(uint64_t w, uint64_t h) : width(w), height(h) {}
+    Resolution()
+        : width(0)
+        , height(0)
+    {
+    }
+    Resolution(uint64_t w, uint64_t h)
+        : width(w)
+        , height(h)
+    {
+    }
 
     uint64_t width;
     uint64_t height;
 };
 
-inline bool operator==(const Resolution& a, const Resolution& b)
-{
-    return a.width == b.width && a.height == b.height;
-}
+inline bool operator==(const Resolution& a, const Resolution& b) { return a.width == b.width && a.height == b.height; }
 
 inline bool operator!=(const Resolution& a, const Resolution& b) { return !(a == b); }
 
@@ -100,8 +105,16 @@ inline bool operator<(const Resolution& a, const Resolution& b)
 
 // Full opening angles in radians.
 struct FieldOfView {
-    FieldOfView() : horizontal(0.0f), vertical(0.0f) {}
-    FieldOfView(float h, float v) : horizontal(h), vertical(v) {}
+    FieldOfView()
+        : horizontal(0.0f)
+        , vertical(0.0f)
+    {
+    }
+    FieldOfView(float h, float v)
+        : horizontal(h)
+        , vertical(v)
+    {
+    }
 
     float horizontal;
     float vertical;

@@ -17,8 +17,8 @@ namespace FrameHub {
 // Unsynchronised: the camera rings and locks protect it.
 class ImageBuffer {
 public:
-    ImageBuffer(const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace,
-                bool ownsData);
+    ImageBuffer(
+        const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace, bool ownsData);
     ~ImageBuffer();
 
     ImageBuffer(const ImageBuffer&) = delete;

@@ -27,7 +27,7 @@ Camera::Camera(const std::string& model, const std::string& name)
     _initSoftwareParameterMap();
 }
 
-Camera::~Camera() {}
+Camera::~Camera() { }
 
 bool Camera::hasError() const { return _hasError; }
 const std::string& Camera::getError() const { return _error; }
@@ -60,8 +60,8 @@ CameraPreferences Camera::_getExpectedImageParameters()
 }
 
 bool Camera::_stampConvertedBuffer(const CameraPreferences& preferences, const boost::shared_ptr<ImageBuffer>& source,
-                                  const boost::shared_ptr<ImageBuffer>& destination, lumo::log::CategoryType category,
-                                  const char* noSource, const char* noDestination)
+    const boost::shared_ptr<ImageBuffer>& destination, lumo::log::CategoryType category, const char* noSource,
+    const char* noDestination)
 {
     if (!source || !source->getData()) {
         FRAMEHUB_LOG_TO(category, LEVEL_ERROR, "_convertImage") << noSource;
@@ -163,8 +163,7 @@ std::pair<int, int> Camera::getFrameRateRange() const
 boost::shared_ptr<CameraPreferences> Camera::buildDefaultPreferences() const
 {
     return boost::make_shared<CameraPreferences>(*_nativelySupportedResolutions.begin(),
-                                                 *_nativelySupportedColorSpaces.begin(),
-                                                 *_nativelySupportedFrameRates.begin());
+        *_nativelySupportedColorSpaces.begin(), *_nativelySupportedFrameRates.begin());
 }
 
 void Camera::setNativelySupportedResolutions(std::set<Resolution> resolutions)
@@ -292,7 +291,7 @@ bool Camera::_update()
     const Resolution current = _currentPreferences.getResolution();
     if (best != current) {
         FRAMEHUB_LOG(LEVEL_VERBOSE) << _name << " update resolution from " << current.width << "x" << current.height
-                                     << " to " << best.width << "x" << best.height;
+                                    << " to " << best.width << "x" << best.height;
         ok = _setResolution(best);
     }
 
@@ -331,12 +330,11 @@ bool Camera::isValidRequest(const CameraPreferences& preferences) const
     }
     if (!isColorSpaceValid(preferences.getColorSpace())) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "colorspace " << static_cast<int>(preferences.getColorSpace())
-                                     << " not supported by device.";
+                                  << " not supported by device.";
         return false;
     }
     if (!isFrameRateValid(preferences.getRefreshRate())) {
-        FRAMEHUB_LOG(LEVEL_ERROR) << "frame rate " << preferences.getRefreshRate()
-                                     << " not supported by the device.";
+        FRAMEHUB_LOG(LEVEL_ERROR) << "frame rate " << preferences.getRefreshRate() << " not supported by the device.";
         return false;
     }
     return true;
@@ -406,15 +404,14 @@ bool Camera::removePreferences(boost::shared_ptr<CameraPreferences> preferences)
     return _update();
 }
 
-bool Camera::updateResolutionPreferences(boost::shared_ptr<CameraPreferences> preferences,
-                                         const Resolution& resolution)
+bool Camera::updateResolutionPreferences(boost::shared_ptr<CameraPreferences> preferences, const Resolution& resolution)
 {
     ExclusiveLock lock(_mutex);
     if (_preferences.empty() || _preferences.count(preferences) == 0)
         return false;
     if (!isResolutionValid(resolution)) {
         FRAMEHUB_LOG(LEVEL_ERROR) << _name << " can't support requested resolution (" << resolution.width << "x"
-                                     << resolution.height << ").";
+                                  << resolution.height << ").";
         return false;
     }
     _decreaseAllBufferNumber(*preferences);
@@ -422,15 +419,14 @@ bool Camera::updateResolutionPreferences(boost::shared_ptr<CameraPreferences> pr
     return _update();
 }
 
-bool Camera::updateColorSpacePreferences(boost::shared_ptr<CameraPreferences> preferences,
-                                         const ColorSpace& colorSpace)
+bool Camera::updateColorSpacePreferences(boost::shared_ptr<CameraPreferences> preferences, const ColorSpace& colorSpace)
 {
     ExclusiveLock lock(_mutex);
     if (_preferences.empty() || _preferences.count(preferences) == 0)
         return false;
     if (!isColorSpaceValid(colorSpace)) {
-        FRAMEHUB_LOG(LEVEL_ERROR) << _name << " can't support requested colorSpace ("
-                                     << static_cast<int>(colorSpace) << ").";
+        FRAMEHUB_LOG(LEVEL_ERROR) << _name << " can't support requested colorSpace (" << static_cast<int>(colorSpace)
+                                  << ").";
         return false;
     }
     _decreaseAllBufferNumber(*preferences);

@@ -109,8 +109,8 @@ public:
     std::vector<float> getAngularPositionFromImagePosition(const std::vector<float>& imagePosition) const;
     std::vector<float> getAngularSizeFromImageSize(const std::vector<float>& imageSize) const;
     std::vector<float> getImageInfoFromAngularInfo(const std::vector<float>& angularInfo) const;
-    std::vector<float> getImageInfoFromAngularInfoWithResolution(const std::vector<float>& angularInfo,
-                                                                 const Resolution& resolution) const;
+    std::vector<float> getImageInfoFromAngularInfoWithResolution(
+        const std::vector<float>& angularInfo, const Resolution& resolution) const;
 
 protected:
     // Device hooks; the base versions succeed and do nothing.
@@ -134,11 +134,11 @@ protected:
         const CameraPreferences& preferences);
     // Fills the raw buffer with a new frame: pixels, resolution, colour space, time stamp.
     virtual bool _getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer) = 0;
-    virtual bool _getExtraColorSpaceBuffer(const CameraPreferences& preferences,
-                                           boost::shared_ptr<ImageBuffer> buffer);
+    virtual bool _getExtraColorSpaceBuffer(const CameraPreferences& preferences, boost::shared_ptr<ImageBuffer> buffer);
     // Writes the image in the format of preferences into the second buffer.
     virtual bool _convertImage(const CameraPreferences& preferences, boost::shared_ptr<ImageBuffer> imageBuffer,
-                               boost::shared_ptr<ImageBuffer> convertedBuffer) = 0;
+        boost::shared_ptr<ImageBuffer> convertedBuffer)
+        = 0;
     virtual bool _putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data);
     virtual CameraPreferences _getExpectedImageParameters();
 
@@ -146,9 +146,9 @@ protected:
     // block (else the given message, in the pipeline's category), then the
     // destination takes the requested format and the source's time stamp and
     // field of view, before anything else can fail.
-    static bool _stampConvertedBuffer(const CameraPreferences& preferences, const boost::shared_ptr<ImageBuffer>& source,
-                                      const boost::shared_ptr<ImageBuffer>& destination,
-                                      lumo::log::CategoryType category, const char* noSource, const char* noDestination);
+    static bool _stampConvertedBuffer(const CameraPreferences& preferences,
+        const boost::shared_ptr<ImageBuffer>& source, const boost::shared_ptr<ImageBuffer>& destination,
+        lumo::log::CategoryType category, const char* noSource, const char* noDestination);
 
     // State machine.
     bool _open();
@@ -210,8 +210,8 @@ protected:
 private:
     void _resetCurrentPreferencesToDefaults();
     // Both raw fetches: the main stream, or the extra colour space.
-    boost::shared_ptr<ImageBuffer> _grabRawBuffer(const CameraPreferences& preferences, int32_t& failures, bool extra,
-                                                  const char* function);
+    boost::shared_ptr<ImageBuffer> _grabRawBuffer(
+        const CameraPreferences& preferences, int32_t& failures, bool extra, const char* function);
 };
 
 } // namespace FrameHub

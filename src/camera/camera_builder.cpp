@@ -48,10 +48,7 @@ boost::shared_ptr<Camera> CameraBuilder::getCamera() const
     return camera;
 }
 
-std::vector<std::string> CameraBuilder::models()
-{
-    return registeredCameraModels();
-}
+std::vector<std::string> CameraBuilder::models() { return registeredCameraModels(); }
 
 } // namespace FrameHub
 } // namespace Kelmo

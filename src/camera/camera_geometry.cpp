@@ -21,8 +21,8 @@ bool isInfo(const std::vector<float>& values, const char* operation)
 {
     if (values.size() == 4)
         return true;
-    FRAMEHUB_LOG_AS(LEVEL_ERROR, operation) << operation << "(): Invalid parameter size (expected 4, actual "
-                                               << values.size() << ").";
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, operation)
+        << operation << "(): Invalid parameter size (expected 4, actual " << values.size() << ").";
     return false;
 }
 } // namespace
@@ -84,14 +84,14 @@ std::vector<float> Camera::getImageInfoFromAngularInfo(const std::vector<float>&
     return info;
 }
 
-std::vector<float> Camera::getImageInfoFromAngularInfoWithResolution(const std::vector<float>& a,
-                                                                     const Resolution& resolution) const
+std::vector<float> Camera::getImageInfoFromAngularInfoWithResolution(
+    const std::vector<float>& a, const Resolution& resolution) const
 {
     if (!isInfo(a, "getImageInfoFromAngularInfoWithResolution"))
         return std::vector<float>();
     if (!isResolutionValid(resolution)) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "getImageInfoFromAngularInfoWithResolution(): Invalid resolution (actual "
-                                     << resolution.width << "x" << resolution.height << ").";
+                                  << resolution.width << "x" << resolution.height << ").";
         return std::vector<float>();
     }
     std::vector<float> info = getImageInfoFromAngularInfo(a);

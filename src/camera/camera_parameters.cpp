@@ -106,7 +106,7 @@ bool Camera::setDefaultFlip(bool horizontal, bool vertical)
 
 // ---- Hardware hooks: nothing is served by default ------------------------------
 
-void Camera::_initHardwareParameterMap() {}
+void Camera::_initHardwareParameterMap() { }
 int Camera::_getHardwareParameter(const Parameter&) const { return INVALID_PARAMETER_VALUE; }
 ParameterInfo Camera::_getHardwareParameterInfo(const Parameter&) const { return kInvalidInfo; }
 bool Camera::_setHardwareParameter(const Parameter&, int) { return false; }
@@ -114,10 +114,7 @@ bool Camera::_resetHardwareParameter(const Parameter&) { return false; }
 
 // ---- Software parameters -------------------------------------------------------
 
-void Camera::_initSoftwareParameterMap()
-{
-    _softwareParameters[PARAMETER_KEEP_ALIVE] = 0;
-}
+void Camera::_initSoftwareParameterMap() { _softwareParameters[PARAMETER_KEEP_ALIVE] = 0; }
 
 int Camera::_getSoftwareParameter(const Parameter& parameter) const
 {

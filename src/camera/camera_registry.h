@@ -25,8 +25,7 @@ CameraFactory findCameraModel(const std::string& model);
 // Sorted.
 std::vector<std::string> registeredCameraModels();
 
-template <typename Backend>
-boost::shared_ptr<Camera> makeCamera(const CameraInfo& info)
+template <typename Backend> boost::shared_ptr<Camera> makeCamera(const CameraInfo& info)
 {
     return boost::make_shared<Backend>(info.name, info.backendArgument);
 }

@@ -23,9 +23,9 @@ const char* const kDefaultCameraAlias = "Default";
 
 } // namespace
 
-FrameHubPrivate::FrameHubPrivate() {}
+FrameHubPrivate::FrameHubPrivate() { }
 
-FrameHubPrivate::~FrameHubPrivate() {}
+FrameHubPrivate::~FrameHubPrivate() { }
 
 std::string FrameHubPrivate::getDefaultActiveCamera() const
 {
@@ -76,7 +76,7 @@ bool FrameHubPrivate::_checkIsSubscriberValid(const std::string& name) const
     if (_subscribers.find(name) != _subscribers.end())
         return true;
     FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
-                                 << "\" not found. Please verify that you are subscribed to FrameHub.";
+                              << "\" not found. Please verify that you are subscribed to FrameHub.";
     return false;
 }
 
@@ -85,7 +85,7 @@ bool FrameHubPrivate::_checkSubscriberIsMonostream(const std::string& name) cons
     if (!_subscribers.find(name)->second->isMultiStream())
         return true;
     FRAMEHUB_LOG(LEVEL_ERROR) << "Only mono stream subscribers can call this method. Please verify you have "
-                                    "subscribed to FrameHub using subscribeCamera().";
+                                 "subscribed to FrameHub using subscribeCamera().";
     return false;
 }
 
@@ -94,7 +94,7 @@ bool FrameHubPrivate::_checkSubscriberIsMultistream(const std::string& name) con
     if (_subscribers.find(name)->second->isMultiStream())
         return true;
     FRAMEHUB_LOG(LEVEL_ERROR) << "Only multi stream subscribers can call this method. Please verify you have "
-                                    "subscribed to FrameHub using subscribeCameras().";
+                                 "subscribed to FrameHub using subscribeCameras().";
     return false;
 }
 
@@ -103,7 +103,7 @@ bool FrameHubPrivate::_checkSubscriberIsNotProcessing(const std::string& name) c
     if (!_subscribers.find(name)->second->isProcessing())
         return true;
     FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
-                                 << "\" is still processing. Please verify you have release previous image(s).";
+                              << "\" is still processing. Please verify you have release previous image(s).";
     return false;
 }
 
@@ -125,8 +125,8 @@ std::string FrameHubPrivate::_findAvailableSubscriberName(const std::string& nam
     while (_subscribers.find(candidate.str()) != _subscribers.end()) {
         if (counter == 7) {
             FRAMEHUB_LOG(LEVEL_ERROR) << "Could not subscribe module: " << name << "\n6 instances of: " << name
-                                         << " have already subscribed to the frame hub.\n"
-                                            "Please unsubscribe before subscribing again to this module.";
+                                      << " have already subscribed to the frame hub.\n"
+                                         "Please unsubscribe before subscribing again to this module.";
             return std::string();
         }
         candidate.str(std::string());
@@ -135,32 +135,31 @@ std::string FrameHubPrivate::_findAvailableSubscriberName(const std::string& nam
     }
     if (counter != 0)
         FRAMEHUB_LOG(LEVEL_VERBOSE) << "Subscriber name " << name << " already in use.\nName id changed to \""
-                                     << candidate.str() << "\"";
+                                    << candidate.str() << "\"";
     return candidate.str();
 }
 
 // ---- Subscribing ---------------------------------------------------------------
 
-bool FrameHubPrivate::_validateRequest(const std::string& name, const CameraPtr& camera, CameraPreferences& request,
-                                       const char* function) const
+bool FrameHubPrivate::_validateRequest(
+    const std::string& name, const CameraPtr& camera, CameraPreferences& request, const char* function) const
 {
     if (camera->isValidRequest(request))
         return true;
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
     FRAMEHUB_LOG_AS(LEVEL_WARNING, function) << prefix
-                                              << "Some camera parameter values are not supported.\n"
-                                    "Try to change the camera parameter requested automatically...";
+                                             << "Some camera parameter values are not supported.\n"
+                                                "Try to change the camera parameter requested automatically...";
     if (camera->updateRequestToValidRequest(request))
         return true;
     FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << prefix
-                                              << "Some camera parameter values are not supported.\n"
-                                    "You must change the camera parameter requested.";
+                                           << "Some camera parameter values are not supported.\n"
+                                              "You must change the camera parameter requested.";
     return false;
 }
 
 std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std::string& cameraName,
-                                             const Resolution& resolution, const ColorSpace& colorSpace,
-                                             int frameRate)
+    const Resolution& resolution, const ColorSpace& colorSpace, int frameRate)
 {
     const std::string realName = _getRealCameraName(cameraName);
     UpgradeLock subscribersLock(_subscribersMutex);
@@ -169,12 +168,12 @@ std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std:
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
     if (_cameras.find(realName) == _cameras.end()) {
         FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Camera index " << realName
-                                     << " is invalid.\nPlease change the camera index requested.";
+                                  << " is invalid.\nPlease change the camera index requested.";
         return std::string();
     }
     CameraPtr camera = _camera(realName);
-    boost::shared_ptr<CameraPreferences> request =
-        boost::make_shared<CameraPreferences>(resolution, colorSpace, frameRate);
+    boost::shared_ptr<CameraPreferences> request
+        = boost::make_shared<CameraPreferences>(resolution, colorSpace, frameRate);
     if (!_validateRequest(name, camera, *request, __func__))
         return std::string();
 
@@ -197,15 +196,14 @@ std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std:
 
     const Resolution r = request->getResolution();
     FRAMEHUB_LOG(LEVEL_VERBOSE) << "Registered subscriber \"" << name << "\"\nwith active camera: " << realName
-                                 << ", resolution: " << r.width << "x" << r.height
-                                 << ", colorspace: " << getColorSpaceName(request->getColorSpace())
-                                 << ", framerate: " << request->getRefreshRate();
+                                << ", resolution: " << r.width << "x" << r.height
+                                << ", colorspace: " << getColorSpaceName(request->getColorSpace())
+                                << ", framerate: " << request->getRefreshRate();
     return generated;
 }
 
 std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std::vector<std::string>& cameraNames,
-                                              const std::vector<Resolution>& resolutions,
-                                              const std::vector<ColorSpace>& colorSpaces, int frameRate)
+    const std::vector<Resolution>& resolutions, const std::vector<ColorSpace>& colorSpaces, int frameRate)
 {
     UpgradeLock subscribersLock(_subscribersMutex);
     SharedLock camerasLock(_camerasMutex);
@@ -220,9 +218,9 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
     distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
     if (distinct.size() < cameraNames.size()) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "subscribeCameras(): " << prefix << "Invalid input parameters, list contains "
-                                     << cameraNames.size() << " elements but only " << distinct.size()
-                                     << " different elements (using several time the same camera is forbidden).\n"
-                                        "Please correct camera indexes list.";
+                                  << cameraNames.size() << " elements but only " << distinct.size()
+                                  << " different elements (using several time the same camera is forbidden).\n"
+                                     "Please correct camera indexes list.";
         return std::string();
     }
     if (resolutions.size() != cameraNames.size() || colorSpaces.size() != cameraNames.size()) {
@@ -235,11 +233,11 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
     for (size_t i = 0; i < cameraNames.size(); ++i) {
         if (_cameras.find(cameraNames[i]) == _cameras.end()) {
             FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Camera index " << cameraNames[i]
-                                         << " is invalid.\nPlease change the camera index requested.";
+                                      << " is invalid.\nPlease change the camera index requested.";
             return std::string();
         }
-        boost::shared_ptr<CameraPreferences> request =
-            boost::make_shared<CameraPreferences>(resolutions[i], colorSpaces[i], frameRate);
+        boost::shared_ptr<CameraPreferences> request
+            = boost::make_shared<CameraPreferences>(resolutions[i], colorSpaces[i], frameRate);
         if (!_validateRequest(name, _camera(cameraNames[i]), *request, __func__))
             return std::string();
         requests.push_back(request);
@@ -267,9 +265,8 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
     FRAMEHUB_LOG(LEVEL_VERBOSE) << "Registered subscriber \"" << name << "\"";
     for (size_t i = 0; i < cameraNames.size(); ++i) {
         const Resolution r = requests[i]->getResolution();
-        FRAMEHUB_LOG(LEVEL_VERBOSE) << "  with active camera: " << cameraNames[i] << ", resolution: " << r.width
-                                     << "x" << r.height
-                                     << ", colorspace: " << static_cast<int>(requests[i]->getColorSpace());
+        FRAMEHUB_LOG(LEVEL_VERBOSE) << "  with active camera: " << cameraNames[i] << ", resolution: " << r.width << "x"
+                                    << r.height << ", colorspace: " << static_cast<int>(requests[i]->getColorSpace());
     }
     FRAMEHUB_LOG(LEVEL_VERBOSE) << "  framerate: " << requests[0]->getRefreshRate();
     return generated;
@@ -286,8 +283,8 @@ bool FrameHubPrivate::unsubscribe(const std::string& name)
     SubscriberPtr subscriber = it->second;
     if (subscriber->isProcessing()) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
-                                     << "\" has not released all its requested buffers. Please call "
-                                        "releaseImage(s) before.";
+                                  << "\" has not released all its requested buffers. Please call "
+                                     "releaseImage(s) before.";
         return false;
     }
     {

@@ -37,10 +37,9 @@ public:
 
     // Subscribing.
     virtual std::string subscribeCamera(const std::string& name, const std::string& cameraName,
-                                        const Resolution& resolution, const ColorSpace& colorSpace, int frameRate);
+        const Resolution& resolution, const ColorSpace& colorSpace, int frameRate);
     virtual std::string subscribeCameras(const std::string& name, const std::vector<std::string>& cameraNames,
-                                         const std::vector<Resolution>& resolutions,
-                                         const std::vector<ColorSpace>& colorSpaces, int frameRate);
+        const std::vector<Resolution>& resolutions, const std::vector<ColorSpace>& colorSpaces, int frameRate);
     bool unsubscribe(const std::string& name);
     std::vector<std::string> getSubscribers() const;
 
@@ -99,23 +98,22 @@ public:
     bool setAllCameraParametersToDefault(const std::string& cameraName);
 
     // Angular conversions: no hub lock at all.
-    std::vector<float> getAngularPositionFromImagePosition(const std::string& cameraName,
-                                                           const std::vector<float>& imagePosition) const;
-    std::vector<float> getImagePositionFromAngularPosition(const std::string& cameraName,
-                                                           const std::vector<float>& angularPosition) const;
-    std::vector<float> getAngularSizeFromImageSize(const std::string& cameraName,
-                                                   const std::vector<float>& imageSize) const;
-    std::vector<float> getImageSizeFromAngularSize(const std::string& cameraName,
-                                                   const std::vector<float>& angularSize) const;
-    std::vector<float> getImageInfoFromAngularInfo(const std::string& cameraName,
-                                                   const std::vector<float>& angularInfo) const;
-    std::vector<float> getImageInfoFromAngularInfoWithResolution(const std::string& cameraName,
-                                                                 const std::vector<float>& angularInfo,
-                                                                 const Resolution& resolution) const;
+    std::vector<float> getAngularPositionFromImagePosition(
+        const std::string& cameraName, const std::vector<float>& imagePosition) const;
+    std::vector<float> getImagePositionFromAngularPosition(
+        const std::string& cameraName, const std::vector<float>& angularPosition) const;
+    std::vector<float> getAngularSizeFromImageSize(
+        const std::string& cameraName, const std::vector<float>& imageSize) const;
+    std::vector<float> getImageSizeFromAngularSize(
+        const std::string& cameraName, const std::vector<float>& angularSize) const;
+    std::vector<float> getImageInfoFromAngularInfo(
+        const std::string& cameraName, const std::vector<float>& angularInfo) const;
+    std::vector<float> getImageInfoFromAngularInfoWithResolution(
+        const std::string& cameraName, const std::vector<float>& angularInfo, const Resolution& resolution) const;
 
     // Feeding a simulated camera: the name as it stands, no alias.
-    bool putImage(const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace,
-                  const void* data);
+    bool putImage(
+        const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace, const void* data);
     CameraPreferences getExpectedImageParameters(const std::string& cameraName) const;
 
     std::vector<std::string> getCameraIndexes() const;
@@ -141,8 +139,8 @@ private:
     std::string _findAvailableSubscriberName(const std::string& name);
 
     // Shared by both subscribe paths: the camera's test, then its repair.
-    bool _validateRequest(const std::string& name, const CameraPtr& camera, CameraPreferences& request,
-                          const char* function) const;
+    bool _validateRequest(
+        const std::string& name, const CameraPtr& camera, CameraPreferences& request, const char* function) const;
     // The camera behind a name known to be registered.
     CameraPtr _camera(const std::string& cameraName) const;
 
@@ -165,12 +163,12 @@ private:
     // setResolution and setColorSpace: guards, then the camera's update.
     template <typename Value>
     bool _updateMono(const std::string& name, const Value& value,
-                     bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&));
+        bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&));
 
     // setResolutions and setColorSpaces: guards, sizes, then one update a camera.
     template <typename Value>
     std::vector<bool> _setEach(const std::string& name, const std::vector<Value>& values, const char* operation,
-                               bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&));
+        bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&));
 
     // Guards, then the call on the resolved camera, or the neutral value.
     template <typename Result, typename Call>

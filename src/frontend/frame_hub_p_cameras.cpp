@@ -92,7 +92,7 @@ Resolution FrameHubPrivate::getCameraResolution(const std::string& cameraName) c
 std::pair<Resolution, Resolution> FrameHubPrivate::getCameraResolutionRange(const std::string& cameraName) const
 {
     return _onCamera(cameraName, std::make_pair(Resolution(kAllOnes, kAllOnes), Resolution(kAllOnes, kAllOnes)),
-                     [](Camera& c) { return c.getResolutionRange(); });
+        [](Camera& c) { return c.getResolutionRange(); });
 }
 
 ColorSpace FrameHubPrivate::getCameraColorSpace(const std::string& cameraName) const
@@ -107,12 +107,11 @@ FieldOfView FrameHubPrivate::getCameraFieldOfView(const std::string& cameraName)
 
 int FrameHubPrivate::getCameraParameter(const std::string& cameraName, const Parameter& parameter) const
 {
-    return _onCamera(cameraName, static_cast<int>(INVALID_PARAMETER_VALUE),
-                     [&](Camera& c) { return c.getParameter(parameter); });
+    return _onCamera(
+        cameraName, static_cast<int>(INVALID_PARAMETER_VALUE), [&](Camera& c) { return c.getParameter(parameter); });
 }
 
-ParameterInfo FrameHubPrivate::getCameraParameterInfo(const std::string& cameraName,
-                                                      const Parameter& parameter) const
+ParameterInfo FrameHubPrivate::getCameraParameterInfo(const std::string& cameraName, const Parameter& parameter) const
 {
     return _onCamera(cameraName, kInvalidInfo, [&](Camera& c) { return c.getParameterInfo(parameter); });
 }
@@ -152,9 +151,8 @@ FRAMEHUB_ANGULAR(getImageInfoFromAngularInfo)
 
 #undef FRAMEHUB_ANGULAR
 
-std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(const std::string& cameraName,
-                                                                              const std::vector<float>& values,
-                                                                              const Resolution& resolution) const
+std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(
+    const std::string& cameraName, const std::vector<float>& values, const Resolution& resolution) const
 {
     const std::string realName = _getRealCameraName(cameraName);
     if (!_checkIsCameraIdValid(realName))
@@ -164,8 +162,8 @@ std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(co
 
 // ---- Feeding: the name as it stands, so the alias is refused -------------------
 
-bool FrameHubPrivate::putImage(const std::string& cameraName, const Resolution& resolution,
-                               const ColorSpace& colorSpace, const void* data)
+bool FrameHubPrivate::putImage(
+    const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
 {
     SharedLock lock(_camerasMutex);
     if (!_checkIsCameraIdValid(cameraName))

@@ -141,8 +141,8 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(SubscriberPtr s
         boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
         if (!preferences) {
             FRAMEHUB_LOG(LEVEL_WARNING) << "_getImages(" << subscriber->getName()
-                                         << "):can't get preferences for camera " << cameraName
-                                         << ", preferences will be generated with the default preferences";
+                                        << "):can't get preferences for camera " << cameraName
+                                        << ", preferences will be generated with the default preferences";
             preferences = camera->buildDefaultPreferences();
             subscriber->setCameraPreferences(cameraName, preferences);
         }

@@ -75,8 +75,8 @@ bool FrameHubPrivate::setActiveCamera(const std::string& name, const std::string
 {
     SharedLock subscribersLock(_subscribersMutex);
     SharedLock camerasLock(_camerasMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkIsCameraIdValid(cameraName) ||
-        !_checkSubscriberIsMonostream(name) || !_checkSubscriberIsNotProcessing(name))
+    if (!_checkIsSubscriberValid(name) || !_checkIsCameraIdValid(cameraName) || !_checkSubscriberIsMonostream(name)
+        || !_checkSubscriberIsNotProcessing(name))
         return false;
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     const std::string oldName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
@@ -105,12 +105,11 @@ bool FrameHubPrivate::setActiveCamera(const std::string& name, const std::string
 
 template <typename Value>
 bool FrameHubPrivate::_updateMono(const std::string& name, const Value& value,
-                                  bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&))
+    bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&))
 {
     SharedLock subscribersLock(_subscribersMutex);
     SharedLock camerasLock(_camerasMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name) ||
-        !_checkSubscriberIsNotProcessing(name))
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name) || !_checkSubscriberIsNotProcessing(name))
         return false;
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
@@ -185,16 +184,16 @@ std::vector<ColorSpace> FrameHubPrivate::getColorSpaces(const std::string& name)
     return result;
 }
 
-std::vector<bool> FrameHubPrivate::setActiveCameras(const std::string& name,
-                                                    const std::vector<std::string>& cameraNames)
+std::vector<bool> FrameHubPrivate::setActiveCameras(
+    const std::string& name, const std::vector<std::string>& cameraNames)
 {
     SharedLock lock(_subscribersMutex);
     if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
         return std::vector<bool>();
     if (hasDuplicates(cameraNames)) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "setActiveCameras(" << name
-                                     << "): Invalid input parameters, using several time the same camera is "
-                                        "forbidden.";
+                                  << "): Invalid input parameters, using several time the same camera is "
+                                     "forbidden.";
         return std::vector<bool>();
     }
     if (!_checkSubscriberIsNotProcessing(name))
@@ -222,20 +221,20 @@ std::vector<bool> FrameHubPrivate::setActiveCameras(const std::string& name,
 
 template <typename Value>
 std::vector<bool> FrameHubPrivate::_setEach(const std::string& name, const std::vector<Value>& values,
-                                            const char* operation,
-                                            bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&))
+    const char* operation, bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&))
 {
     SharedLock lock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name) ||
-        !_checkSubscriberIsNotProcessing(name))
+    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name)
+        || !_checkSubscriberIsNotProcessing(name))
         return std::vector<bool>();
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     const std::vector<std::string>& active = subscriber->getActiveCameraList();
     if (values.size() != active.size()) {
         // "resolutions" in both texts, as they have always read.
-        FRAMEHUB_LOG_AS(LEVEL_ERROR, operation) << operation << "(" << name
-                                                   << "): Could not set resolutions.\nWrong size, parameters size: "
-                                                   << values.size() << " expected size: " << active.size();
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, operation)
+            << operation << "(" << name
+            << "): Could not set resolutions.\nWrong size, parameters size: " << values.size()
+            << " expected size: " << active.size();
         return std::vector<bool>();
     }
     std::vector<bool> result;
@@ -276,14 +275,14 @@ bool FrameHubPrivate::setDefaultActiveCamera(const std::string& cameraName)
             oldCamera->second->removePreferences(old);
         if (!subscriber->getCameraPreferences(cameraName)) {
             if (!old) {
-                FRAMEHUB_LOG(LEVEL_FATAL) << "setActiveCamera(" << cameraName
-                                             << "): Internal error, Frame Hub may be corrupted.";
+                FRAMEHUB_LOG(LEVEL_FATAL)
+                    << "setActiveCamera(" << cameraName << "): Internal error, Frame Hub may be corrupted.";
                 return false;
             }
             if (newCamera->isValidRequest(*old))
                 subscriber->setCameraPreferences(cameraName,
-                                                 boost::make_shared<CameraPreferences>(
-                                                     old->getResolution(), old->getColorSpace(), old->getRefreshRate()));
+                    boost::make_shared<CameraPreferences>(
+                        old->getResolution(), old->getColorSpace(), old->getRefreshRate()));
             else
                 subscriber->setCameraPreferences(cameraName, newCamera->buildDefaultPreferences());
         }

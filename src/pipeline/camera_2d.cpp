@@ -216,8 +216,8 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
     // Stamped before anything can fail, so a refusal leaves the requested
     // format and the source's time behind; the pixels are then stale.
     if (!_stampConvertedBuffer(preferences, imageBuffer, convertedBuffer, framehubLogCategory,
-                               "_convertImage(): the imageBuffer doesn't exist or is corrupted",
-                               "_convertImage(): the convertedBuffer doesn't exist or is corrupted"))
+            "_convertImage(): the imageBuffer doesn't exist or is corrupted",
+            "_convertImage(): the convertedBuffer doesn't exist or is corrupted"))
         return false;
 
     const ColorSpace input = imageBuffer->getColorSpace();
@@ -245,7 +245,7 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
     const Resolution out = convertedBuffer->getResolution();
     if (out.width == 0 || in.width / out.width == 0) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "_convertImage(): Invalid destination width " << out.width
-                                     << " for a source of width " << in.width << ".";
+                                  << " for a source of width " << in.width << ".";
         return false;
     }
     const Sizes sizes = { in.width, in.height, out.width, out.height, in.width / out.width };
@@ -253,8 +253,8 @@ bool Camera2D::_convertImage(const CameraPreferences& preferences, boost::shared
     if (!within(reach.source, Bytes(2) * in.width * in.height)
         || !within(reach.destination, Bytes(out.width) * out.height * getColorSpaceDepth(target))) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "_convertImage(): Invalid destination size " << out.width << "x" << out.height
-                                     << " for a source of size " << in.width << "x" << in.height << " in "
-                                     << getColorSpaceName(target) << ".";
+                                  << " for a source of size " << in.width << "x" << in.height << " in "
+                                  << getColorSpaceName(target) << ".";
         return false;
     }
 

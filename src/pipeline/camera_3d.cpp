@@ -96,16 +96,16 @@ Fit fits(Routine routine, const Resolution& in, const Resolution& out, uint64_t 
 }
 
 // The last of the native sizes; none for a camera not described yet.
-Resolution largest(const std::set<Resolution>& sizes)
-{
-    return sizes.empty() ? Resolution(0, 0) : *sizes.rbegin();
-}
+Resolution largest(const std::set<Resolution>& sizes) { return sizes.empty() ? Resolution(0, 0) : *sizes.rbegin(); }
 
 } // namespace
 
-Camera3D::Camera3D(const std::string& model, const std::string& name) : Camera(model, name) {}
+Camera3D::Camera3D(const std::string& model, const std::string& name)
+    : Camera(model, name)
+{
+}
 
-Camera3D::~Camera3D() {}
+Camera3D::~Camera3D() { }
 
 bool Camera3D::isColorSpaceValid(const ColorSpace& colorSpace) const
 {
@@ -172,15 +172,15 @@ bool Camera3D::convertProjectiveToRealWorld(float* points, uint32_t width, uint3
 }
 
 bool Camera3D::_convertImage(const CameraPreferences& preferences, boost::shared_ptr<ImageBuffer> imageBuffer,
-                             boost::shared_ptr<ImageBuffer> convertedBuffer)
+    boost::shared_ptr<ImageBuffer> convertedBuffer)
 {
     // Stamped before anything can fail: a refusal leaves the requested
     // format behind, and a buffer passed twice is restamped before the
     // same-buffer test. Restamping may free a block, so no pixel pointer is
     // held across it.
     if (!_stampConvertedBuffer(preferences, imageBuffer, convertedBuffer, framehubLogCategory,
-                               "_convertImage(): The imageBuffer doesn't exist or is corrupted",
-                               "_convertImage(): The convertedBuffer doesn't exist or is corrupted"))
+            "_convertImage(): The imageBuffer doesn't exist or is corrupted",
+            "_convertImage(): The convertedBuffer doesn't exist or is corrupted"))
         return false;
 
     const ColorSpace input = imageBuffer->getColorSpace();
@@ -194,8 +194,8 @@ bool Camera3D::_convertImage(const CameraPreferences& preferences, boost::shared
     }
 
     const ColorSpace target = preferences.getColorSpace();
-    const Route* route = std::find_if(std::begin(routes), std::end(routes),
-                                      [&](const Route& r) { return r.source == input && r.target == target; });
+    const Route* route = std::find_if(
+        std::begin(routes), std::end(routes), [&](const Route& r) { return r.source == input && r.target == target; });
     if (route == std::end(routes)) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "convert(): Conversion currently not supported.";
         return false;
@@ -211,18 +211,17 @@ bool Camera3D::_convertImage(const CameraPreferences& preferences, boost::shared
         break;
     case Fit::BadWidth:
         FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): Invalid destination width " << out.width
-                                     << " for a source of width " << in.width << ".";
+                                  << " for a source of width " << in.width << ".";
         return false;
     case Fit::BadSize:
         FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): Invalid destination size " << out.width << "x" << out.height
-                                     << " for a source of size " << in.width << "x" << in.height << " in "
-                                     << getColorSpaceName(target) << ".";
+                                  << " for a source of size " << in.width << "x" << in.height << " in "
+                                  << getColorSpaceName(target) << ".";
         return false;
     case Fit::BadTable:
         FRAMEHUB_LOG(LEVEL_ERROR) << "convertImage(): Invalid destination size " << out.width << "x" << out.height
-                                     << " for a source of size " << in.width << "x" << in.height
-                                     << " and a distance table of size " << table.width << "x" << table.height
-                                     << ".";
+                                  << " for a source of size " << in.width << "x" << in.height
+                                  << " and a distance table of size " << table.width << "x" << table.height << ".";
         return false;
     }
 
@@ -236,7 +235,7 @@ bool Camera3D::_convertImage(const CameraPreferences& preferences, boost::shared
     case Routine::PointCloud:
         convertDepthtoIJZ(imageBuffer, convertedBuffer);
         convertProjectiveToRealWorld(reinterpret_cast<float*>(convertedBuffer->getData()),
-                                     static_cast<uint32_t>(out.width), static_cast<uint32_t>(out.height));
+            static_cast<uint32_t>(out.width), static_cast<uint32_t>(out.height));
         break;
     case Routine::Distance:
         convertDepthtoDistance(imageBuffer, convertedBuffer);

@@ -47,7 +47,7 @@ public:
 
 protected:
     bool _convertImage(const CameraPreferences& preferences, boost::shared_ptr<ImageBuffer> imageBuffer,
-                       boost::shared_ptr<ImageBuffer> convertedBuffer) override;
+        boost::shared_ptr<ImageBuffer> convertedBuffer) override;
 
     // One factor per pixel of _lutResolution, row after row; null until the
     // first distance conversion, never rebuilt.

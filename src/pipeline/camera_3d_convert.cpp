@@ -25,16 +25,12 @@ Frame frameOf(ImageBuffer& source, const ImageBuffer& destination)
     const Resolution in = source.getResolution();
     const Resolution out = destination.getResolution();
     return { reinterpret_cast<const uint16_t*>(source.getData()), in.width, out.width, out.height,
-             in.width / out.width };
+        in.width / out.width };
 }
 
 // Rows take the stride as a template argument: 1, the same-size case, lets
 // the compiler read contiguous samples; 0 stands for the frame's own r.
-template <Size R>
-inline Size strideOf(Size r)
-{
-    return R ? R : r;
-}
+template <Size R> inline Size strideOf(Size r) { return R ? R : r; }
 
 // Blocks of a fixed count vectorise at -O2, where an open count does not.
 const Size kBlock = 16;
@@ -46,8 +42,7 @@ inline uint8_t depth8(uint16_t d)
     return static_cast<uint8_t>((v < 0 ? 0 : v) >> 4);
 }
 
-template <Size R>
-void depth8Row(const uint16_t* __restrict src, uint8_t* __restrict dst, Size n, Size r)
+template <Size R> void depth8Row(const uint16_t* __restrict src, uint8_t* __restrict dst, Size n, Size r)
 {
     const Size s = strideOf<R>(r);
     Size k = 0;
@@ -80,8 +75,7 @@ inline void falseColour(uint16_t d, int32_t& red, int32_t& green, int32_t& blue)
     blue = (static_cast<int32_t>(255.0f * q) & keep) | fill | (255 & beyond);
 }
 
-inline void interleave(const int32_t* red, const int32_t* green, const int32_t* blue, uint8_t* __restrict dst,
-                       Size n)
+inline void interleave(const int32_t* red, const int32_t* green, const int32_t* blue, uint8_t* __restrict dst, Size n)
 {
     for (Size i = 0; i < n; ++i) {
         dst[3 * i + 0] = static_cast<uint8_t>(red[i]);
@@ -92,8 +86,7 @@ inline void interleave(const int32_t* red, const int32_t* green, const int32_t* 
 
 // Colours of a block are computed into planes, which vectorises, and then
 // interleaved, which does not.
-template <Size R>
-void falseColourRow(const uint16_t* __restrict src, uint8_t* __restrict dst, Size n, Size r)
+template <Size R> void falseColourRow(const uint16_t* __restrict src, uint8_t* __restrict dst, Size n, Size r)
 {
     const Size s = strideOf<R>(r);
     int32_t red[kBlock], green[kBlock], blue[kBlock];
@@ -109,8 +102,7 @@ void falseColourRow(const uint16_t* __restrict src, uint8_t* __restrict dst, Siz
     }
 }
 
-template <Size R>
-void pointRow(const uint16_t* __restrict src, float* __restrict dst, Size n, Size r, float row)
+template <Size R> void pointRow(const uint16_t* __restrict src, float* __restrict dst, Size n, Size r, float row)
 {
     const Size s = strideOf<R>(r);
     for (Size k = 0; k < n; ++k) {
@@ -128,8 +120,7 @@ inline uint16_t distance(uint16_t d, float factor)
 }
 
 template <Size R>
-void distanceRow(const uint16_t* __restrict src, const float* __restrict lut, uint16_t* __restrict dst, Size n,
-                 Size r)
+void distanceRow(const uint16_t* __restrict src, const float* __restrict lut, uint16_t* __restrict dst, Size n, Size r)
 {
     const Size s = strideOf<R>(r);
     Size k = 0;
@@ -141,8 +132,7 @@ void distanceRow(const uint16_t* __restrict src, const float* __restrict lut, ui
 }
 
 // Runs rows<1> for a ratio of 1 and rows<0> otherwise, chosen once a frame.
-template <typename Rows>
-void byStride(Size r, Rows rows)
+template <typename Rows> void byStride(Size r, Rows rows)
 {
     if (r == 1)
         rows(std::integral_constant<Size, 1>());

@@ -17,37 +17,17 @@ CameraSimulator<T>::CameraSimulator(const std::string& model, const std::string&
 {
 }
 
-template <typename T>
-CameraSimulator<T>::~CameraSimulator()
-{
-}
+template <typename T> CameraSimulator<T>::~CameraSimulator() { }
 
-template <typename T>
-bool CameraSimulator<T>::_initDevice()
-{
-    return true;
-}
+template <typename T> bool CameraSimulator<T>::_initDevice() { return true; }
 
-template <typename T>
-bool CameraSimulator<T>::_releaseDevice()
-{
-    return true;
-}
+template <typename T> bool CameraSimulator<T>::_releaseDevice() { return true; }
 
-template <typename T>
-bool CameraSimulator<T>::_startStreaming()
-{
-    return true;
-}
+template <typename T> bool CameraSimulator<T>::_startStreaming() { return true; }
 
-template <typename T>
-bool CameraSimulator<T>::_stopStreaming()
-{
-    return true;
-}
+template <typename T> bool CameraSimulator<T>::_stopStreaming() { return true; }
 
-template <typename T>
-bool CameraSimulator<T>::_setResolution(const Resolution& resolution)
+template <typename T> bool CameraSimulator<T>::_setResolution(const Resolution& resolution)
 {
     this->_stop();
     this->_currentPreferences.setResolution(resolution);
@@ -55,16 +35,14 @@ bool CameraSimulator<T>::_setResolution(const Resolution& resolution)
     return true;
 }
 
-template <typename T>
-bool CameraSimulator<T>::_setColorSpace(const ColorSpace& colorSpace)
+template <typename T> bool CameraSimulator<T>::_setColorSpace(const ColorSpace& colorSpace)
 {
     FRAMEHUB_LOG(LEVEL_ERROR) << "setColorSpace(" << static_cast<int>(colorSpace)
-                                 << "): Operation not supported on this camera.";
+                              << "): Operation not supported on this camera.";
     return false;
 }
 
-template <typename T>
-bool CameraSimulator<T>::_setFrameRate(int frameRate)
+template <typename T> bool CameraSimulator<T>::_setFrameRate(int frameRate)
 {
     // The texts keep 5 and 30 whatever the limits are; the stored value
     // follows the native set.
@@ -84,8 +62,8 @@ bool CameraSimulator<T>::_setFrameRate(int frameRate)
 }
 
 template <typename T>
-bool CameraSimulator<T>::_checkFrame(const Resolution& resolution, const void* data, uint64_t bytesPerPixel,
-                                     const char* frameKind) const
+bool CameraSimulator<T>::_checkFrame(
+    const Resolution& resolution, const void* data, uint64_t bytesPerPixel, const char* frameKind) const
 {
     if (!data) {
         FRAMEHUB_LOG_AS(LEVEL_ERROR, "_putImage") << "putImage(): No pixel data given.";
@@ -100,9 +78,8 @@ bool CameraSimulator<T>::_checkFrame(const Resolution& resolution, const void* d
     }
     const ColorSpace stored = this->_currentPreferences.getColorSpace();
     if (getColorSpaceDepth(stored) != bytesPerPixel) {
-        FRAMEHUB_LOG_AS(LEVEL_ERROR, "_putImage")
-            << "putImage(): Camera colorspace " << static_cast<int>(stored) << " can't hold " << frameKind
-            << " frames.";
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, "_putImage") << "putImage(): Camera colorspace " << static_cast<int>(stored)
+                                                  << " can't hold " << frameKind << " frames.";
         return false;
     }
     return true;
@@ -127,8 +104,7 @@ typename CameraSimulator<T>::Resize CameraSimulator<T>::_planResize(const Resolu
     return shrink ? RESIZE_SUBSAMPLE : RESIZE_OVERSAMPLE;
 }
 
-template <typename T>
-void CameraSimulator<T>::_createDefaultImage(ImageBuffer& store) const
+template <typename T> void CameraSimulator<T>::_createDefaultImage(ImageBuffer& store) const
 {
     store.setResolution(this->_currentPreferences.getResolution());
     store.setColorSpace(this->_currentPreferences.getColorSpace());
@@ -144,8 +120,8 @@ CameraPreferences CameraSimulator<T>::_expectedImageParameters(ColorSpace colorS
             << "_getExpectedImageParameters(): Can't open the camera device.";
         return CameraPreferences(CameraPreferences::defaultResolution, CameraPreferences::defaultColorSpace, 0);
     }
-    return CameraPreferences(this->_currentPreferences.getResolution(), colorSpace,
-                             this->_currentPreferences.getRefreshRate());
+    return CameraPreferences(
+        this->_currentPreferences.getResolution(), colorSpace, this->_currentPreferences.getRefreshRate());
 }
 
 template class CameraSimulator<Camera2D>;

@@ -17,8 +17,7 @@ namespace FrameHub {
 // A device that is always there and does nothing: frames come in from
 // outside through putImage. T is Camera2D or Camera3D; both are instantiated
 // in camera_simulator.cpp.
-template <typename T>
-class CameraSimulator : public T {
+template <typename T> class CameraSimulator : public T {
 public:
     // backendArgument is accepted and ignored: there is no device to address.
     CameraSimulator(const std::string& model, const std::string& name, const std::string& backendArgument);
@@ -40,8 +39,8 @@ protected:
     // no pixels, an empty frame or camera size (the resampling factors would
     // divide by zero), or a camera colour space whose stores don't hold
     // bytesPerPixel bytes a pixel. Logs and returns false on each.
-    bool _checkFrame(const Resolution& resolution, const void* data, uint64_t bytesPerPixel,
-                     const char* frameKind) const;
+    bool _checkFrame(
+        const Resolution& resolution, const void* data, uint64_t bytesPerPixel, const char* frameKind) const;
 
     // How a frame of this size reaches the camera's: as it is, enlarged or
     // shrunk by a factor both dimensions agree on, or not at all (factors
@@ -58,8 +57,8 @@ protected:
     // clipped to the camera's size: with exact multiples that is all of it,
     // otherwise what lies past the camera's size is dropped.
     template <typename Write, typename Pixel, typename Out>
-    bool _subSampleWith(Write write, uint64_t scale, uint64_t width, uint64_t height, const Pixel* source,
-                        Out* destination) const
+    bool _subSampleWith(
+        Write write, uint64_t scale, uint64_t width, uint64_t height, const Pixel* source, Out* destination) const
     {
         if (!_isResampleFactor(scale))
             return false;
@@ -67,8 +66,9 @@ protected:
         const uint64_t columns = std::min(width / scale, target.width), rows = std::min(height / scale, target.height);
         if (columns == 0 || rows == 0)
             return true;
-        write(source, width, destination, columns, rows, [scale](uint64_t x) { return x * scale; },
-              [scale](uint64_t y) { return y * scale; });
+        write(
+            source, width, destination, columns, rows, [scale](uint64_t x) { return x * scale; },
+            [scale](uint64_t y) { return y * scale; });
         return true;
     }
 
@@ -76,8 +76,8 @@ protected:
     // camera's size is no exact multiple, the last column and row of the
     // frame are repeated up to the edge.
     template <typename Write, typename Pixel, typename Out>
-    bool _overSampleWith(Write write, uint64_t scale, uint64_t width, uint64_t height, const Pixel* source,
-                         Out* destination) const
+    bool _overSampleWith(
+        Write write, uint64_t scale, uint64_t width, uint64_t height, const Pixel* source, Out* destination) const
     {
         if (!_isResampleFactor(scale))
             return false;
@@ -85,14 +85,16 @@ protected:
             return true;
         const Resolution target = this->_currentPreferences.getResolution();
         if (width * scale == target.width && height * scale == target.height) {
-            write(source, width, destination, target.width, target.height, [scale](uint64_t x) { return x / scale; },
-                  [scale](uint64_t y) { return y / scale; });
+            write(
+                source, width, destination, target.width, target.height, [scale](uint64_t x) { return x / scale; },
+                [scale](uint64_t y) { return y / scale; });
             return true;
         }
         const uint64_t lastColumn = width - 1, lastRow = height - 1;
-        write(source, width, destination, target.width, target.height,
-              [scale, lastColumn](uint64_t x) { return std::min(x / scale, lastColumn); },
-              [scale, lastRow](uint64_t y) { return std::min(y / scale, lastRow); });
+        write(
+            source, width, destination, target.width, target.height,
+            [scale, lastColumn](uint64_t x) { return std::min(x / scale, lastColumn); },
+            [scale, lastRow](uint64_t y) { return std::min(y / scale, lastRow); });
         return true;
     }
 

@@ -43,7 +43,7 @@ inline void writePair(const uint8_t* a, const uint8_t* b, uint8_t* out)
 // pixel alone, so that nothing is written past 2 bytes a pixel.
 template <typename ColumnMap, typename RowMap>
 void writeYuv422(const uint8_t* __restrict source, uint64_t sourceWidth, uint8_t* __restrict out, uint64_t outW,
-                 uint64_t outH, ColumnMap sourceColumn, RowMap sourceRow)
+    uint64_t outH, ColumnMap sourceColumn, RowMap sourceRow)
 {
     const uint64_t stride = sourceWidth * 3;
     if (outW % 2 == 0) {
@@ -82,10 +82,7 @@ CameraSimulator2D::CameraSimulator2D(const std::string& name, const std::string&
 {
 }
 
-CameraSimulator2D::~CameraSimulator2D()
-{
-    close();
-}
+CameraSimulator2D::~CameraSimulator2D() { close(); }
 
 bool CameraSimulator2D::_putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
 {
@@ -121,7 +118,7 @@ bool CameraSimulator2D::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer
 {
     if (_simulatorBuffer->getResolution() != _currentPreferences.getResolution()) {
         FRAMEHUB_LOG(LEVEL_ERROR) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
-                                        "Please check that the simulator is running.";
+                                     "Please check that the simulator is running.";
         _createDefaultImage();
     }
     if (!buffer) {
@@ -154,23 +151,27 @@ bool CameraSimulator2D::_reSize(const ImageBuffer& source, unsigned char* destin
     uint64_t factor;
     switch (_planResize(size, factor)) {
     case RESIZE_COPY:
-        writeYuv422(pixels, size.width, destination, size.width, size.height, [](uint64_t x) { return x; },
-                    [](uint64_t y) { return y; });
+        writeYuv422(
+            pixels, size.width, destination, size.width, size.height, [](uint64_t x) { return x; },
+            [](uint64_t y) { return y; });
         return true;
-    case RESIZE_OVERSAMPLE: return _overSample(factor, size.width, size.height, pixels, destination);
-    case RESIZE_SUBSAMPLE: return _subSample(factor, size.width, size.height, pixels, destination);
-    default: return false;
+    case RESIZE_OVERSAMPLE:
+        return _overSample(factor, size.width, size.height, pixels, destination);
+    case RESIZE_SUBSAMPLE:
+        return _subSample(factor, size.width, size.height, pixels, destination);
+    default:
+        return false;
     }
 }
 
-bool CameraSimulator2D::_subSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
-                                   unsigned char* destination)
+bool CameraSimulator2D::_subSample(
+    uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source, unsigned char* destination)
 {
     return _subSampleWith([](auto&&... a) { writeYuv422(a...); }, scale, width, height, source, destination);
 }
 
-bool CameraSimulator2D::_overSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
-                                    unsigned char* destination)
+bool CameraSimulator2D::_overSample(
+    uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source, unsigned char* destination)
 {
     return _overSampleWith([](auto&&... a) { writeYuv422(a...); }, scale, width, height, source, destination);
 }

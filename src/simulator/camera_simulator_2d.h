@@ -23,10 +23,10 @@ public:
     // pass. The destination is the store's block at the camera's resolution;
     // frames whose sizes are not exact multiples are clipped to it.
     bool _reSize(const ImageBuffer& source, unsigned char* destination);
-    bool _subSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
-                    unsigned char* destination);
-    bool _overSample(uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source,
-                     unsigned char* destination);
+    bool _subSample(
+        uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source, unsigned char* destination);
+    bool _overSample(
+        uint64_t scale, uint64_t width, uint64_t height, const unsigned char* source, unsigned char* destination);
 
 protected:
     bool _getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer) override;

@@ -17,7 +17,7 @@ namespace {
 // the position the maps give.
 template <typename ColumnMap, typename RowMap>
 void resample(const uint16_t* __restrict source, uint64_t sourceWidth, uint16_t* __restrict out, uint64_t outW,
-              uint64_t outH, ColumnMap sourceColumn, RowMap sourceRow)
+    uint64_t outH, ColumnMap sourceColumn, RowMap sourceRow)
 {
     for (uint64_t y = 0; y < outH; ++y) {
         const uint16_t* row = source + sourceRow(y) * sourceWidth;
@@ -79,17 +79,17 @@ bool CameraSimulator3D::_putImage(const Resolution& resolution, const ColorSpace
     store.setResolution(target);
     // The depth store follows the camera's colour space, the infrared one is
     // always infrared.
-    store.setColorSpace(colorSpace == COLORSPACE_DEPTH_16 ? _currentPreferences.getColorSpace()
-                                                         : COLORSPACE_INFRARED_16);
+    store.setColorSpace(
+        colorSpace == COLORSPACE_DEPTH_16 ? _currentPreferences.getColorSpace() : COLORSPACE_INFRARED_16);
     return _reSize(frame, reinterpret_cast<uint16_t*>(store.getData()));
 }
 
-bool CameraSimulator3D::_readStore(ImageBuffer& store, bool infrared, boost::shared_ptr<ImageBuffer> buffer,
-                                   const char* function)
+bool CameraSimulator3D::_readStore(
+    ImageBuffer& store, bool infrared, boost::shared_ptr<ImageBuffer> buffer, const char* function)
 {
     if (store.getResolution() != _currentPreferences.getResolution()) {
         FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << "_getDirectRawImageBuffer(): Could not get image for subscriber.\n"
-                                        "Please check that the simulator is running.";
+                                                  "Please check that the simulator is running.";
         if (infrared)
             _createDefaultInfraredImage();
         else
@@ -134,21 +134,26 @@ bool CameraSimulator3D::_reSize(const ImageBuffer& source, uint16_t* destination
     const uint16_t* samples = reinterpret_cast<const uint16_t*>(const_cast<ImageBuffer&>(source).getData());
     uint64_t factor;
     switch (_planResize(size, factor)) {
-    case RESIZE_COPY: std::memcpy(destination, samples, size.width * size.height * sizeof(uint16_t)); return true;
-    case RESIZE_OVERSAMPLE: return _overSample(factor, size.width, size.height, samples, destination);
-    case RESIZE_SUBSAMPLE: return _subSample(factor, size.width, size.height, samples, destination);
-    default: return false;
+    case RESIZE_COPY:
+        std::memcpy(destination, samples, size.width * size.height * sizeof(uint16_t));
+        return true;
+    case RESIZE_OVERSAMPLE:
+        return _overSample(factor, size.width, size.height, samples, destination);
+    case RESIZE_SUBSAMPLE:
+        return _subSample(factor, size.width, size.height, samples, destination);
+    default:
+        return false;
     }
 }
 
-bool CameraSimulator3D::_subSample(uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source,
-                                   uint16_t* destination)
+bool CameraSimulator3D::_subSample(
+    uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source, uint16_t* destination)
 {
     return _subSampleWith([](auto&&... a) { resample(a...); }, scale, width, height, source, destination);
 }
 
-bool CameraSimulator3D::_overSample(uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source,
-                                    uint16_t* destination)
+bool CameraSimulator3D::_overSample(
+    uint64_t scale, uint64_t width, uint64_t height, const uint16_t* source, uint16_t* destination)
 {
     return _overSampleWith([](auto&&... a) { resample(a...); }, scale, width, height, source, destination);
 }

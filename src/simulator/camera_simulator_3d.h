@@ -32,7 +32,8 @@ public:
 
 protected:
     bool _getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer) override;
-    bool _getExtraColorSpaceBuffer(const CameraPreferences& preferences, boost::shared_ptr<ImageBuffer> buffer) override;
+    bool _getExtraColorSpaceBuffer(
+        const CameraPreferences& preferences, boost::shared_ptr<ImageBuffer> buffer) override;
     bool _putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data) override;
     CameraPreferences _getExpectedImageParameters() override;
 

@@ -9,8 +9,8 @@ namespace {
 const std::memory_order relaxed = std::memory_order_relaxed;
 } // namespace
 
-const Resolution CameraPreferences::defaultResolution(std::numeric_limits<uint64_t>::max(),
-                                                      std::numeric_limits<uint64_t>::max());
+const Resolution CameraPreferences::defaultResolution(
+    std::numeric_limits<uint64_t>::max(), std::numeric_limits<uint64_t>::max());
 const ColorSpace CameraPreferences::defaultColorSpace = COLORSPACE_UNKNOWN;
 
 CameraPreferences::CameraPreferences(const Resolution& res, const ColorSpace& cs, int rate)

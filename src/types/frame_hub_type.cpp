@@ -7,44 +7,88 @@ namespace FrameHub {
 
 namespace {
 
-#define FRAMEHUB_NAME_ROW(e) { e, #e }
+#define FRAMEHUB_NAME_ROW(e)                                                                                           \
+    {                                                                                                                  \
+        e, #e                                                                                                          \
+    }
 
 const std::map<ColorSpace, std::string> colorSpaceNames = {
-    FRAMEHUB_NAME_ROW(COLORSPACE_YUV_422),     FRAMEHUB_NAME_ROW(COLORSPACE_YUV_888),
-    FRAMEHUB_NAME_ROW(COLORSPACE_HSY_888),     FRAMEHUB_NAME_ROW(COLORSPACE_HSMIXED_888),
-    FRAMEHUB_NAME_ROW(COLORSPACE_Y_8),         FRAMEHUB_NAME_ROW(COLORSPACE_U_8),
-    FRAMEHUB_NAME_ROW(COLORSPACE_V_8),         FRAMEHUB_NAME_ROW(COLORSPACE_H_8),
-    FRAMEHUB_NAME_ROW(COLORSPACE_S_8),         FRAMEHUB_NAME_ROW(COLORSPACE_RGB_888),
-    FRAMEHUB_NAME_ROW(COLORSPACE_ARGB_8888),   FRAMEHUB_NAME_ROW(COLORSPACE_BGR_888),
-    FRAMEHUB_NAME_ROW(COLORSPACE_R_8),         FRAMEHUB_NAME_ROW(COLORSPACE_G_8),
-    FRAMEHUB_NAME_ROW(COLORSPACE_B_8),         FRAMEHUB_NAME_ROW(COLORSPACE_YYCBCR_8888),
-    FRAMEHUB_NAME_ROW(COLORSPACE_H2RGB_888),   FRAMEHUB_NAME_ROW(COLORSPACE_LAB_888),
-    FRAMEHUB_NAME_ROW(COLORSPACE_INFRARED_16), FRAMEHUB_NAME_ROW(COLORSPACE_DEPTH_16),
-    FRAMEHUB_NAME_ROW(COLORSPACE_XYZ_323232),  FRAMEHUB_NAME_ROW(COLORSPACE_DISTANCE_32),
+    FRAMEHUB_NAME_ROW(COLORSPACE_YUV_422),
+    FRAMEHUB_NAME_ROW(COLORSPACE_YUV_888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_HSY_888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_HSMIXED_888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_Y_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_U_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_V_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_H_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_S_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_RGB_888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_ARGB_8888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_BGR_888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_R_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_G_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_B_8),
+    FRAMEHUB_NAME_ROW(COLORSPACE_YYCBCR_8888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_H2RGB_888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_LAB_888),
+    FRAMEHUB_NAME_ROW(COLORSPACE_INFRARED_16),
+    FRAMEHUB_NAME_ROW(COLORSPACE_DEPTH_16),
+    FRAMEHUB_NAME_ROW(COLORSPACE_XYZ_323232),
+    FRAMEHUB_NAME_ROW(COLORSPACE_DISTANCE_32),
     FRAMEHUB_NAME_ROW(COLORSPACE_UNKNOWN),
 };
 
 const std::map<ColorSpace, uint64_t> colorSpaceDepths = {
-    { COLORSPACE_YUV_422, 2 },     { COLORSPACE_YUV_888, 3 },      { COLORSPACE_HSY_888, 3 },
-    { COLORSPACE_HSMIXED_888, 3 }, { COLORSPACE_Y_8, 1 },          { COLORSPACE_U_8, 1 },
-    { COLORSPACE_V_8, 1 },         { COLORSPACE_H_8, 1 },          { COLORSPACE_S_8, 1 },
-    { COLORSPACE_RGB_888, 3 },     { COLORSPACE_ARGB_8888, 4 },    { COLORSPACE_BGR_888, 3 },
-    { COLORSPACE_R_8, 1 },         { COLORSPACE_G_8, 1 },          { COLORSPACE_B_8, 1 },
-    { COLORSPACE_YYCBCR_8888, 4 }, { COLORSPACE_H2RGB_888, 3 },    { COLORSPACE_LAB_888, 3 },
-    { COLORSPACE_INFRARED_16, 2 }, { COLORSPACE_DEPTH_16, 2 },     { COLORSPACE_XYZ_323232, 12 },
-    { COLORSPACE_DISTANCE_32, 4 }, { COLORSPACE_UNKNOWN, 0 },
+    { COLORSPACE_YUV_422, 2 },
+    { COLORSPACE_YUV_888, 3 },
+    { COLORSPACE_HSY_888, 3 },
+    { COLORSPACE_HSMIXED_888, 3 },
+    { COLORSPACE_Y_8, 1 },
+    { COLORSPACE_U_8, 1 },
+    { COLORSPACE_V_8, 1 },
+    { COLORSPACE_H_8, 1 },
+    { COLORSPACE_S_8, 1 },
+    { COLORSPACE_RGB_888, 3 },
+    { COLORSPACE_ARGB_8888, 4 },
+    { COLORSPACE_BGR_888, 3 },
+    { COLORSPACE_R_8, 1 },
+    { COLORSPACE_G_8, 1 },
+    { COLORSPACE_B_8, 1 },
+    { COLORSPACE_YYCBCR_8888, 4 },
+    { COLORSPACE_H2RGB_888, 3 },
+    { COLORSPACE_LAB_888, 3 },
+    { COLORSPACE_INFRARED_16, 2 },
+    { COLORSPACE_DEPTH_16, 2 },
+    { COLORSPACE_XYZ_323232, 12 },
+    { COLORSPACE_DISTANCE_32, 4 },
+    { COLORSPACE_UNKNOWN, 0 },
 };
 
 // YUV 4:2:2 keeps three logical channels in two bytes a pixel.
 const std::map<ColorSpace, uint64_t> colorSpaceChannels = {
-    { COLORSPACE_YUV_422, 3 },     { COLORSPACE_YUV_888, 3 },      { COLORSPACE_HSY_888, 3 },
-    { COLORSPACE_HSMIXED_888, 3 }, { COLORSPACE_Y_8, 1 },          { COLORSPACE_U_8, 1 },
-    { COLORSPACE_V_8, 1 },         { COLORSPACE_H_8, 1 },          { COLORSPACE_S_8, 1 },
-    { COLORSPACE_RGB_888, 3 },     { COLORSPACE_ARGB_8888, 4 },    { COLORSPACE_BGR_888, 3 },
-    { COLORSPACE_R_8, 1 },         { COLORSPACE_G_8, 1 },          { COLORSPACE_B_8, 1 },
-    { COLORSPACE_YYCBCR_8888, 4 }, { COLORSPACE_H2RGB_888, 3 },    { COLORSPACE_LAB_888, 3 },
-    { COLORSPACE_INFRARED_16, 1 }, { COLORSPACE_DEPTH_16, 1 },     { COLORSPACE_XYZ_323232, 3 },
-    { COLORSPACE_DISTANCE_32, 1 }, { COLORSPACE_UNKNOWN, 0 },
+    { COLORSPACE_YUV_422, 3 },
+    { COLORSPACE_YUV_888, 3 },
+    { COLORSPACE_HSY_888, 3 },
+    { COLORSPACE_HSMIXED_888, 3 },
+    { COLORSPACE_Y_8, 1 },
+    { COLORSPACE_U_8, 1 },
+    { COLORSPACE_V_8, 1 },
+    { COLORSPACE_H_8, 1 },
+    { COLORSPACE_S_8, 1 },
+    { COLORSPACE_RGB_888, 3 },
+    { COLORSPACE_ARGB_8888, 4 },
+    { COLORSPACE_BGR_888, 3 },
+    { COLORSPACE_R_8, 1 },
+    { COLORSPACE_G_8, 1 },
+    { COLORSPACE_B_8, 1 },
+    { COLORSPACE_YYCBCR_8888, 4 },
+    { COLORSPACE_H2RGB_888, 3 },
+    { COLORSPACE_LAB_888, 3 },
+    { COLORSPACE_INFRARED_16, 1 },
+    { COLORSPACE_DEPTH_16, 1 },
+    { COLORSPACE_XYZ_323232, 3 },
+    { COLORSPACE_DISTANCE_32, 1 },
+    { COLORSPACE_UNKNOWN, 0 },
 };
 
 const std::map<Parameter, std::string> parameterNames = {
@@ -90,8 +134,7 @@ const std::map<Parameter, std::string> parameterNames = {
 #undef FRAMEHUB_NAME_ROW
 
 // Values outside the enumeration get the neutral answer rather than a throw.
-template <typename Key, typename Value>
-Value lookup(const std::map<Key, Value>& table, Key key)
+template <typename Key, typename Value> Value lookup(const std::map<Key, Value>& table, Key key)
 {
     typename std::map<Key, Value>::const_iterator it = table.find(key);
     return it == table.end() ? Value() : it->second;

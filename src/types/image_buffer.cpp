@@ -88,10 +88,7 @@ void ImageBuffer::setFielOfView(const FieldOfView& fov) { fieldOfView = fov; }
 void ImageBuffer::setCameraName(const std::string& name) { cameraName = name; }
 std::string ImageBuffer::getCameraName() const { return cameraName; }
 
-uint64_t ImageBuffer::getSize() const
-{
-    return resolution.height * resolution.width * getColorSpaceDepth(colorSpace);
-}
+uint64_t ImageBuffer::getSize() const { return resolution.height * resolution.width * getColorSpaceDepth(colorSpace); }
 
 cv::Mat ImageBuffer::imageBufferToCvMat(const ImageBuffer& buffer)
 {
@@ -106,10 +103,17 @@ cv::Mat ImageBuffer::imageBufferToCvMat(const ImageBuffer& buffer)
 
     int elementType;
     switch (depth / channels) {
-    case 1: elementType = CV_8U; break;
-    case 2: elementType = CV_16U; break;
-    case 4: elementType = CV_32F; break;
-    default: return cv::Mat();
+    case 1:
+        elementType = CV_8U;
+        break;
+    case 2:
+        elementType = CV_16U;
+        break;
+    case 4:
+        elementType = CV_32F;
+        break;
+    default:
+        return cv::Mat();
     }
     const int type = CV_MAKETYPE(elementType, static_cast<int>(channels));
     const int rows = static_cast<int>(buffer.resolution.height);

@@ -2,8 +2,8 @@
 
 namespace Kelmo {
 
-KelmoError::KelmoError(const std::string& module, const std::string& method, const std::string& description,
-                       const char* file, int line)
+KelmoError::KelmoError(
+    const std::string& module, const std::string& method, const std::string& description, const char* file, int line)
     : _module(module)
     , _method(method)
     , _description(description)

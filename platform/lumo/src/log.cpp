@@ -10,7 +10,11 @@ namespace lumo {
 namespace log {
 
 struct Category {
-    explicit Category(const std::string& n, int l) : name(n), level(l) {}
+    explicit Category(const std::string& n, int l)
+        : name(n)
+        , level(l)
+    {
+    }
     const std::string name;
     std::atomic<int> level;
 };
@@ -41,12 +45,18 @@ Registry& registry()
 const char* levelName(int level)
 {
     switch (level) {
-    case LEVEL_FATAL: return "F";
-    case LEVEL_ERROR: return "E";
-    case LEVEL_WARNING: return "W";
-    case LEVEL_INFO: return "I";
-    case LEVEL_VERBOSE: return "V";
-    default: return "?";
+    case LEVEL_FATAL:
+        return "F";
+    case LEVEL_ERROR:
+        return "E";
+    case LEVEL_WARNING:
+        return "W";
+    case LEVEL_INFO:
+        return "I";
+    case LEVEL_VERBOSE:
+        return "V";
+    default:
+        return "?";
     }
 }
 
@@ -84,10 +94,7 @@ CategoryType addCategory(const std::string& name)
     return category;
 }
 
-int categoryLevel(CategoryType category)
-{
-    return category ? category->level.load(std::memory_order_relaxed) : 0;
-}
+int categoryLevel(CategoryType category) { return category ? category->level.load(std::memory_order_relaxed) : 0; }
 
 const std::string& categoryName(CategoryType category)
 {

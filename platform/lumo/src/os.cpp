@@ -12,7 +12,7 @@ namespace {
 struct ClockOverride {
     std::mutex mutex;
     std::function<void(timeval*)> clock;
-    std::atomic<bool> active{false};
+    std::atomic<bool> active { false };
 };
 
 ClockOverride& clockOverride()

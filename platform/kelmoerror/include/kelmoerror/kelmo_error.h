@@ -9,8 +9,8 @@ namespace Kelmo {
 class KelmoError : public std::exception {
 public:
     // file may be null.
-    KelmoError(const std::string& module, const std::string& method, const std::string& description,
-               const char* file, int line);
+    KelmoError(const std::string& module, const std::string& method, const std::string& description, const char* file,
+        int line);
     ~KelmoError() noexcept override;
 
     const char* what() const noexcept override;
