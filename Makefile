@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo check-sanitizers bench clean
+.PHONY: all deps configure build test demo check-sanitizers bench format format-check clean
 
 all: build
 
@@ -49,6 +49,14 @@ bench: deps
 		--benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	@build-bench/bench/depth_bench --benchmark_color=false
 	@build-bench/bench/handout_bench --benchmark_color=false
+
+# Every C++ file git tracks, against .clang-format.
+FORMAT_FILES = git ls-files '*.cpp' '*.h'
+format: deps
+	@$(FORMAT_FILES) | xargs clang-format -i
+
+format-check: deps
+	@$(FORMAT_FILES) | xargs clang-format --dry-run --Werror && echo "format-check: clean"
 
 clean:
 	rm -rf $(BUILD_DIR) build-asan build-tsan build-bench
