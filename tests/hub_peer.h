@@ -34,17 +34,11 @@ public:
     static std::vector<boost::shared_ptr<Camera>> cameras(FrameHubPrivate& hub)
     {
         std::vector<boost::shared_ptr<Camera>> out;
-        for (const auto& entry : hub._cameras)
+        for (const auto& entry : *hub._cameraRegistry())
             out.push_back(entry.second);
         return out;
     }
-    void registerCamera(const std::string& name)
-    {
-        auto camera = boost::make_shared<NamedCamera>(name);
-        hub._cameras[name] = camera;
-        if (hub._defaultActiveCamera.empty())
-            hub._defaultActiveCamera = name;
-    }
+    void registerCamera(const std::string& name) { hub._publishCamera(boost::make_shared<NamedCamera>(name)); }
     std::string realName(const std::string& name) const { return hub._getRealCameraName(name); }
     bool subscriberValid(const std::string& n) const { return hub._checkIsSubscriberValid(n); }
     bool monostream(const std::string& n) const { return hub._checkSubscriberIsMonostream(n); }

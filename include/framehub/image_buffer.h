@@ -38,6 +38,13 @@ public:
     void setTimeStamp(int64_t timeStamp);
     int64_t getTimeStamp() const;
 
+    // When the frame was taken, in microseconds of a clock that never steps
+    // (lumo::os::getmonotonictime). The cameras set it and judge freshness by
+    // it, so a wall clock stepped back or forth neither freezes nor starves
+    // the images; -1 until a frame is stamped.
+    void setMonotonicTimeStamp(int64_t timeStamp);
+    int64_t getMonotonicTimeStamp() const;
+
     FieldOfView getFieldOfView() const;
     void setFielOfView(const FieldOfView& fieldOfView);
 
@@ -64,6 +71,7 @@ private:
     int64_t timeStamp;
     FieldOfView fieldOfView;
     bool ownsData;
+    int64_t monotonicTimeStamp;
 };
 
 } // namespace FrameHub

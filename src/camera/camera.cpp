@@ -136,7 +136,14 @@ bool Camera::putImage(const Resolution& resolution, const ColorSpace& colorSpace
 
 CameraPreferences Camera::getExpectedImageParameters()
 {
-    SharedLock lock(_mutex);
+    {
+        SharedLock lock(_mutex);
+        if (_isOpen)
+            return _getExpectedImageParameters();
+    }
+    // A back-end may open the camera to answer: two feeders starting on a
+    // closed camera must not both run the open path, so the first one runs alone.
+    ExclusiveLock lock(_mutex);
     return _getExpectedImageParameters();
 }
 

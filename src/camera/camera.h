@@ -56,7 +56,7 @@ public:
     bool setColorSpace(const ColorSpace& colorSpace);
     bool setFrameRate(int frameRate);
     bool putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data);
-    // Shared lock.
+    // Shared lock while the camera is open, exclusive when it may open it.
     CameraPreferences getExpectedImageParameters();
 
     // No lock: fixed after construction, or stale reads are harmless.

@@ -32,7 +32,7 @@ boost::shared_ptr<ImageBuffer> lockNewest(const std::set<boost::shared_ptr<Image
             unpin(*buffer);
         } else if (!result) {
             result = buffer;
-        } else if (buffer->getTimeStamp() > result->getTimeStamp()) {
+        } else if (buffer->getMonotonicTimeStamp() > result->getMonotonicTimeStamp()) {
             unpin(*result);
             result = buffer;
         } else {
@@ -62,24 +62,49 @@ boost::shared_ptr<ImageBuffer> lockFirstFree(
     return boost::shared_ptr<ImageBuffer>();
 }
 
+int64_t microseconds(const lumo::os::timeval& tv) { return tv.tv_sec * 1000000 + tv.tv_usec; }
+
 // Too old when older than one frame period of the asking subscriber, all in
 // milliseconds truncated towards zero; the bound itself is still fresh.
-boost::shared_ptr<ImageBuffer> keepIfFresh(
-    boost::shared_ptr<ImageBuffer> buffer, int64_t seconds, int64_t microseconds, int refreshRate)
+// Judged on the monotonic clock: a stepped wall clock must not freeze the
+// images (stepped back) nor starve them (stepped forward).
+boost::shared_ptr<ImageBuffer> keepIfFresh(boost::shared_ptr<ImageBuffer> buffer, int refreshRate)
 {
     if (!buffer)
         return buffer;
+    lumo::os::timeval now;
+    lumo::os::getmonotonictime(&now);
     // Rates below 1 never get past negotiation; should one arrive, it must
     // not divide by zero.
     const int64_t period = refreshRate > 0 ? 1000 / static_cast<int64_t>(refreshRate) : 0;
-    const int64_t timeStamp = buffer->getTimeStamp();
+    const int64_t timeStamp = buffer->getMonotonicTimeStamp();
     const int64_t stamp = (timeStamp / 1000000) * 1000 + (timeStamp % 1000000) / 1000;
-    const int64_t now = seconds * 1000 + microseconds / 1000;
-    if (stamp + period - now < 0) {
+    const int64_t nowMs = now.tv_sec * 1000 + now.tv_usec / 1000;
+    if (stamp + period - nowMs < 0) {
         unpin(*buffer);
         return boost::shared_ptr<ImageBuffer>();
     }
     return buffer;
+}
+
+// A back-end stamps its frames on the wall clock (its public time stamp).
+// The frame's age on that clock, taken now, is carried over to the monotonic
+// clock; a frame stamped in the future (the wall clock stepped back since)
+// counts as taken now.
+void stampMonotonic(ImageBuffer& buffer)
+{
+    lumo::os::timeval wall;
+    lumo::os::timeval monotonic;
+    lumo::os::gettimeofday(&wall);
+    lumo::os::getmonotonictime(&monotonic);
+    const int64_t age = microseconds(wall) - buffer.getTimeStamp();
+    buffer.setMonotonicTimeStamp(microseconds(monotonic) - (age > 0 ? age : 0));
+}
+
+// A converted image is as old as its source.
+void stampLikeSource(const ImageBuffer& source, ImageBuffer& target)
+{
+    target.setMonotonicTimeStamp(source.getMonotonicTimeStamp());
 }
 
 } // namespace
@@ -135,6 +160,7 @@ boost::shared_ptr<ImageBuffer> Camera::_getImageBuffer(const CameraPreferences& 
         return target;
     }
     if (_convertImage(preferences, raw, target)) {
+        stampLikeSource(*raw, *target);
         unpin(*raw);
         return target;
     }
@@ -154,6 +180,7 @@ boost::shared_ptr<ImageBuffer> Camera::_getConvertedRawBuffer(const CameraPrefer
     if (!target)
         return target; // the source stays pinned on this path
     if (_convertImage(preferences, source, target)) {
+        stampLikeSource(*source, *target);
         _releaseImageBuffer(source);
         return target;
     }
@@ -200,6 +227,7 @@ boost::shared_ptr<ImageBuffer> Camera::_grabRawBuffer(
         unpin(*buffer);
         return boost::shared_ptr<ImageBuffer>();
     }
+    stampMonotonic(*buffer);
     failures = 0;
     return buffer;
 }
@@ -210,18 +238,12 @@ bool Camera::_getExtraColorSpaceBuffer(const CameraPreferences&, boost::shared_p
 
 boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidBuffer(const CameraPreferences& preferences)
 {
-    lumo::os::timeval now;
-    lumo::os::gettimeofday(&now);
-    return keepIfFresh(
-        _lockTheNewestBufferForReading(preferences), now.tv_sec, now.tv_usec, preferences.getRefreshRate());
+    return keepIfFresh(_lockTheNewestBufferForReading(preferences), preferences.getRefreshRate());
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidRawBuffer(const CameraPreferences& preferences)
 {
-    lumo::os::timeval now;
-    lumo::os::gettimeofday(&now);
-    return keepIfFresh(
-        _lockTheNewestRawBufferForReading(preferences), now.tv_sec, now.tv_usec, preferences.getRefreshRate());
+    return keepIfFresh(_lockTheNewestRawBufferForReading(preferences), preferences.getRefreshRate());
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_lockTheNewestBufferForReading(const CameraPreferences& preferences)

@@ -23,7 +23,10 @@ const char* const kDefaultCameraAlias = "Default";
 
 } // namespace
 
-FrameHubPrivate::FrameHubPrivate() { }
+FrameHubPrivate::FrameHubPrivate()
+    : _cameras(boost::make_shared<CameraMap>())
+{
+}
 
 FrameHubPrivate::~FrameHubPrivate() { }
 
@@ -51,10 +54,10 @@ std::vector<std::string> FrameHubPrivate::getSubscribers() const
 
 std::vector<std::string> FrameHubPrivate::getCameraIndexes() const
 {
-    SharedLock lock(_camerasMutex);
+    const CameraMapPtr cameras = _cameraRegistry();
     std::vector<std::string> names;
-    names.reserve(_cameras.size());
-    for (const auto& entry : _cameras)
+    names.reserve(cameras->size());
+    for (const auto& entry : *cameras)
         names.push_back(entry.second->getName());
     return names;
 }
@@ -66,9 +69,44 @@ std::string FrameHubPrivate::_getRealCameraName(const std::string& cameraName) c
     return cameraName == kDefaultCameraAlias ? getDefaultActiveCamera() : cameraName;
 }
 
+FrameHubPrivate::CameraMapPtr FrameHubPrivate::_cameraRegistry() const
+{
+    std::lock_guard<std::mutex> lock(_camerasMutex);
+    return _cameras;
+}
+
 FrameHubPrivate::CameraPtr FrameHubPrivate::_camera(const std::string& cameraName) const
 {
-    return _cameras.find(cameraName)->second;
+    const CameraMapPtr cameras = _cameraRegistry();
+    const CameraMap::const_iterator found = cameras->find(cameraName);
+    return found == cameras->end() ? CameraPtr() : found->second;
+}
+
+FrameHubPrivate::CameraPtr FrameHubPrivate::_findCamera(const std::string& cameraName) const
+{
+    CameraPtr camera = _camera(cameraName);
+    if (!camera)
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, "_checkIsCameraIdValid")
+            << "Camera \"" << cameraName << "\" not found. Please verify the camera index.";
+    return camera;
+}
+
+bool FrameHubPrivate::_publishCamera(const CameraPtr& camera)
+{
+    {
+        std::lock_guard<std::mutex> lock(_camerasMutex);
+        if (_cameras->count(camera->getName()))
+            return false;
+        boost::shared_ptr<CameraMap> grown = boost::make_shared<CameraMap>(*_cameras);
+        grown->insert(std::make_pair(camera->getName(), camera));
+        _cameras = grown;
+    }
+    // Only after the camera can be found, so that the alias never names a
+    // camera that is not there yet.
+    std::lock_guard<std::mutex> lock(_defaultActiveCameraMutex);
+    if (_defaultActiveCamera.empty())
+        _defaultActiveCamera = camera->getName();
+    return true;
 }
 
 bool FrameHubPrivate::_checkIsSubscriberValid(const std::string& name) const
@@ -109,10 +147,7 @@ bool FrameHubPrivate::_checkSubscriberIsNotProcessing(const std::string& name) c
 
 bool FrameHubPrivate::_checkIsCameraIdValid(const std::string& cameraName) const
 {
-    if (_cameras.find(cameraName) != _cameras.end())
-        return true;
-    FRAMEHUB_LOG(LEVEL_ERROR) << "Camera \"" << cameraName << "\" not found. Please verify the camera index.";
-    return false;
+    return static_cast<bool>(_findCamera(cameraName));
 }
 
 std::string FrameHubPrivate::_findAvailableSubscriberName(const std::string& name)
@@ -161,17 +196,18 @@ bool FrameHubPrivate::_validateRequest(
 std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std::string& cameraName,
     const Resolution& resolution, const ColorSpace& colorSpace, int frameRate)
 {
-    const std::string realName = _getRealCameraName(cameraName);
     UpgradeLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
+    // Under the lock that setDefaultActiveCamera holds uniquely: the request
+    // goes to the camera the alias names until the subscriber is filed.
+    const std::string realName = _getRealCameraName(cameraName);
 
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
-    if (_cameras.find(realName) == _cameras.end()) {
+    CameraPtr camera = _camera(realName);
+    if (!camera) {
         FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Camera index " << realName
                                   << " is invalid.\nPlease change the camera index requested.";
         return std::string();
     }
-    CameraPtr camera = _camera(realName);
     boost::shared_ptr<CameraPreferences> request
         = boost::make_shared<CameraPreferences>(resolution, colorSpace, frameRate);
     if (!_validateRequest(name, camera, *request, __func__))
@@ -206,7 +242,6 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
     const std::vector<Resolution>& resolutions, const std::vector<ColorSpace>& colorSpaces, int frameRate)
 {
     UpgradeLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
 
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub.\n";
     if (name.empty() || cameraNames.empty() || resolutions.empty() || colorSpaces.empty()) {
@@ -230,15 +265,17 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
 
     // Every check comes before the first change.
     std::vector<boost::shared_ptr<CameraPreferences>> requests;
+    std::vector<CameraPtr> cameras;
     for (size_t i = 0; i < cameraNames.size(); ++i) {
-        if (_cameras.find(cameraNames[i]) == _cameras.end()) {
+        cameras.push_back(_camera(cameraNames[i]));
+        if (!cameras.back()) {
             FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Camera index " << cameraNames[i]
                                       << " is invalid.\nPlease change the camera index requested.";
             return std::string();
         }
         boost::shared_ptr<CameraPreferences> request
             = boost::make_shared<CameraPreferences>(resolutions[i], colorSpaces[i], frameRate);
-        if (!_validateRequest(name, _camera(cameraNames[i]), *request, __func__))
+        if (!_validateRequest(name, cameras[i], *request, __func__))
             return std::string();
         requests.push_back(request);
     }
@@ -260,7 +297,7 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
         }
     }
     for (size_t i = 0; i < cameraNames.size(); ++i)
-        _camera(cameraNames[i])->addPreferences(requests[i]);
+        cameras[i]->addPreferences(requests[i]);
 
     FRAMEHUB_LOG(LEVEL_VERBOSE) << "Registered subscriber \"" << name << "\"";
     for (size_t i = 0; i < cameraNames.size(); ++i) {
@@ -287,15 +324,11 @@ bool FrameHubPrivate::unsubscribe(const std::string& name)
                                      "releaseImage(s) before.";
         return false;
     }
-    {
-        SharedLock camerasLock(_camerasMutex);
-        for (const std::string& listed : subscriber->getActiveCameraList()) {
-            const std::string realName = _getRealCameraName(listed);
-            std::map<std::string, CameraPtr>::const_iterator camera = _cameras.find(realName);
-            // A name that is in no registry (an empty alias) has nothing to detach.
-            if (camera != _cameras.end())
-                camera->second->removePreferences(subscriber->getCameraPreferences(realName));
-        }
+    for (const std::string& listed : subscriber->getActiveCameraList()) {
+        const std::string realName = _getRealCameraName(listed);
+        // A name that is in no registry (an empty alias) has nothing to detach.
+        if (CameraPtr camera = _camera(realName))
+            camera->removePreferences(subscriber->getCameraPreferences(realName));
     }
     size_t erased;
     {
@@ -310,16 +343,18 @@ bool FrameHubPrivate::unsubscribe(const std::string& name)
 
 bool FrameHubPrivate::addCamera(const CameraInfo& cameraInfo)
 {
-    ExclusiveLock lock(_camerasMutex);
+    // Registrations run one at a time; readers of the registry never wait.
+    std::lock_guard<std::mutex> registration(_registrationMutex);
     CameraPtr camera = CameraBuilder(cameraInfo).getCamera();
     if (!camera || camera->hasError())
         return false;
-    if (!_cameras.insert(std::make_pair(camera->getName(), camera)).second)
+    if (_camera(camera->getName()))
         return false;
-    if (getDefaultActiveCamera().empty())
-        _setDefaultActiveCamera(camera->getName());
+    // Started and closed once before anybody can reach it.
     camera->start();
-    return camera->close();
+    const bool closed = camera->close();
+    _publishCamera(camera);
+    return closed;
 }
 
 } // namespace FrameHub

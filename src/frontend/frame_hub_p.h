@@ -21,10 +21,39 @@ namespace FrameHub {
 class Camera;
 class Subscriber;
 
-// The spine behind the facade: the subscriber and camera registries and
-// their two locks. Wherever both locks are held, _subscribersMutex comes
-// first. Sources: frame_hub_p.cpp (registry, guards, subscribing),
+// The spine behind the facade: the subscriber and camera registries.
+// Sources: frame_hub_p.cpp (registry, guards, subscribing),
 // frame_hub_p_images.cpp, frame_hub_p_retarget.cpp, frame_hub_p_cameras.cpp.
+//
+// Locking. One lock orders everything: _subscribersMutex. The camera
+// registry is copy-on-write: readers take a snapshot (a pointer copy under
+// the leaf _camerasMutex) and never wait for a writer.
+//
+// | Operation                                            | _subscribersMutex          | cameras          |
+// |------------------------------------------------------|----------------------------|------------------|
+// | subscribeCamera, subscribeCameras                    | upgrade; unique for insert | snapshot         |
+// | unsubscribe                                          | upgrade; unique for erase  | snapshot         |
+// | setDefaultActiveCamera                               | unique                     | snapshot         |
+// | mono- and multi-stream fetches, releases, set*, get* | shared                     | snapshot         |
+// | getSubscribers                                       | shared                     | none             |
+// | camera pass-through, angular conversions, putImage,  | none                       | snapshot         |
+// |   getExpectedImageParameters, getCameraIndexes       |                            |                  |
+// | addCamera                                            | none                       | _registrationMutex, |
+// |                                                      |                            | then swap        |
+// | getDefaultActiveCamera                               | none                       | none             |
+//
+// A camera's own lock is always taken last, and a camera never calls back
+// into the hub. _camerasMutex and _defaultActiveCameraMutex are leaves: held
+// only to copy or swap a pointer or a string. _registrationMutex is taken by
+// addCamera alone, with no hub lock held; under it only the new camera's lock
+// (unpublished: nobody else can wait on it) and leaves. So a thread that waits
+// holds at most _subscribersMutex and waits for a camera lock or a leaf, whose
+// holders never wait for _subscribersMutex: no cycle.
+//
+// The alias "Default" is resolved under _subscribersMutex, which
+// setDefaultActiveCamera holds uniquely, so a request is always filed on the
+// camera the alias names at that moment. addCamera writes the default only
+// from empty to its first camera, when nobody can follow the alias yet.
 class FrameHubPrivate {
 public:
     typedef boost::shared_ptr<ImageBuffer> Buffer;
@@ -97,7 +126,7 @@ public:
     bool setCameraParameterToDefault(const std::string& cameraName, const Parameter& parameter);
     bool setAllCameraParametersToDefault(const std::string& cameraName);
 
-    // Angular conversions: no hub lock at all.
+    // Angular conversions: no hub lock, a registry snapshot.
     std::vector<float> getAngularPositionFromImagePosition(
         const std::string& cameraName, const std::vector<float>& imagePosition) const;
     std::vector<float> getImagePositionFromAngularPosition(
@@ -124,11 +153,13 @@ public:
 private:
     typedef boost::shared_ptr<Subscriber> SubscriberPtr;
     typedef boost::shared_ptr<Camera> CameraPtr;
+    typedef std::map<std::string, CameraPtr> CameraMap;
+    typedef boost::shared_ptr<const CameraMap> CameraMapPtr;
 
     // The helpers run with the right lock already held and take none.
     std::string _getRealCameraName(const std::string& cameraName) const;
-    // _defaultActiveCamera is read outside the registry locks (the alias in
-    // subscribeCamera, getDefaultActiveCamera), so it has a small lock of its own.
+    // _defaultActiveCamera is read outside _subscribersMutex (pass-through,
+    // getDefaultActiveCamera), so it has a small lock of its own.
     void _setDefaultActiveCamera(const std::string& cameraName);
     bool _checkIsSubscriberValid(const std::string& name) const;
     // The three below assume _checkIsSubscriberValid passed under the same lock.
@@ -136,12 +167,19 @@ private:
     bool _checkSubscriberIsMultistream(const std::string& name) const;
     bool _checkSubscriberIsNotProcessing(const std::string& name) const;
     bool _checkIsCameraIdValid(const std::string& cameraName) const;
+    // The guard and the lookup in one: null, with the guard's record, when
+    // the name is not registered.
+    CameraPtr _findCamera(const std::string& cameraName) const;
+    // The registry as it stands; it only grows, so a name found once stays.
+    CameraMapPtr _cameraRegistry() const;
+    // Publishes a camera under its name; the first one becomes the default.
+    bool _publishCamera(const CameraPtr& camera);
     std::string _findAvailableSubscriberName(const std::string& name);
 
     // Shared by both subscribe paths: the camera's test, then its repair.
     bool _validateRequest(
         const std::string& name, const CameraPtr& camera, CameraPreferences& request, const char* function) const;
-    // The camera behind a name known to be registered.
+    // The camera behind a name, null when it is not registered. No record.
     CameraPtr _camera(const std::string& cameraName) const;
 
     Buffer _getImage(SubscriberPtr subscriber);
@@ -178,8 +216,9 @@ private:
     mutable std::mutex _defaultActiveCameraMutex;
     std::map<std::string, SubscriberPtr> _subscribers;
     mutable boost::shared_mutex _subscribersMutex;
-    std::map<std::string, CameraPtr> _cameras;
-    mutable boost::shared_mutex _camerasMutex;
+    CameraMapPtr _cameras;
+    mutable std::mutex _camerasMutex;
+    std::mutex _registrationMutex;
 
     friend class FrameHubPrivateTestPeer;
 };

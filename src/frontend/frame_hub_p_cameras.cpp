@@ -2,7 +2,6 @@
 #include "frontend/frame_hub_p.h"
 
 #include "camera/camera.h"
-#include "types/locks.h"
 
 #include <boost/thread/locks.hpp>
 
@@ -17,15 +16,12 @@ const uint64_t kAllOnes = std::numeric_limits<uint64_t>::max();
 const ParameterInfo kInvalidInfo = { INVALID_PARAMETER_VALUE, INVALID_PARAMETER_VALUE, 0, INVALID_PARAMETER_VALUE };
 } // namespace
 
-// Pattern of every row: camera lock shared, alias resolved, guard, one call.
+// Pattern of every row: alias resolved, guard, one call on the camera.
 template <typename Result, typename Call>
 Result FrameHubPrivate::_onCamera(const std::string& cameraName, Result neutral, Call call) const
 {
-    SharedLock lock(_camerasMutex);
-    const std::string realName = _getRealCameraName(cameraName);
-    if (!_checkIsCameraIdValid(realName))
-        return neutral;
-    return call(*_camera(realName));
+    const CameraPtr camera = _findCamera(_getRealCameraName(cameraName));
+    return camera ? call(*camera) : neutral;
 }
 
 bool FrameHubPrivate::openCamera(const std::string& cameraName)
@@ -131,16 +127,14 @@ bool FrameHubPrivate::setAllCameraParametersToDefault(const std::string& cameraN
     return _onCamera(cameraName, false, [](Camera& c) { return c.resetParameters(); });
 }
 
-// ---- Angular conversions: as above, but under no hub lock ----------------------
+// ---- Angular conversions: as above ---------------------------------------------
 
 #define FRAMEHUB_ANGULAR(operation)                                                                                    \
     std::vector<float> FrameHubPrivate::operation(const std::string& cameraName, const std::vector<float>& values)     \
         const                                                                                                          \
     {                                                                                                                  \
-        const std::string realName = _getRealCameraName(cameraName);                                                   \
-        if (!_checkIsCameraIdValid(realName))                                                                          \
-            return std::vector<float>();                                                                               \
-        return _camera(realName)->operation(values);                                                                   \
+        const CameraPtr camera = _findCamera(_getRealCameraName(cameraName));                                          \
+        return camera ? camera->operation(values) : std::vector<float>();                                              \
     }
 
 FRAMEHUB_ANGULAR(getAngularPositionFromImagePosition)
@@ -154,10 +148,8 @@ FRAMEHUB_ANGULAR(getImageInfoFromAngularInfo)
 std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(
     const std::string& cameraName, const std::vector<float>& values, const Resolution& resolution) const
 {
-    const std::string realName = _getRealCameraName(cameraName);
-    if (!_checkIsCameraIdValid(realName))
-        return std::vector<float>();
-    return _camera(realName)->getImageInfoFromAngularInfoWithResolution(values, resolution);
+    const CameraPtr camera = _findCamera(_getRealCameraName(cameraName));
+    return camera ? camera->getImageInfoFromAngularInfoWithResolution(values, resolution) : std::vector<float>();
 }
 
 // ---- Feeding: the name as it stands, so the alias is refused -------------------
@@ -165,18 +157,16 @@ std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(
 bool FrameHubPrivate::putImage(
     const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
 {
-    SharedLock lock(_camerasMutex);
-    if (!_checkIsCameraIdValid(cameraName))
-        return false;
-    return _camera(cameraName)->putImage(resolution, colorSpace, data);
+    const CameraPtr camera = _findCamera(cameraName);
+    return camera && camera->putImage(resolution, colorSpace, data);
 }
 
 CameraPreferences FrameHubPrivate::getExpectedImageParameters(const std::string& cameraName) const
 {
-    SharedLock lock(_camerasMutex);
-    if (!_checkIsCameraIdValid(cameraName))
+    const CameraPtr camera = _findCamera(cameraName);
+    if (!camera)
         return CameraPreferences(CameraPreferences::defaultResolution, CameraPreferences::defaultColorSpace, 0);
-    return _camera(cameraName)->getExpectedImageParameters();
+    return camera->getExpectedImageParameters();
 }
 
 } // namespace FrameHub

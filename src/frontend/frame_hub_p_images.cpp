@@ -20,7 +20,6 @@ FRAMEHUB_LOG_CATEGORY("vision.framehub")
 FrameHubPrivate::Buffer FrameHubPrivate::getImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
         return Buffer();
     return _getImage(_subscribers.find(name)->second);
@@ -29,7 +28,6 @@ FrameHubPrivate::Buffer FrameHubPrivate::getImage(const std::string& name)
 bool FrameHubPrivate::releaseImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
         return false;
     return _releaseImage(_subscribers.find(name)->second);
@@ -38,7 +36,6 @@ bool FrameHubPrivate::releaseImage(const std::string& name)
 FrameHubPrivate::Buffer FrameHubPrivate::getDirectRawImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
         return Buffer();
     return _getDirectRawImage(_subscribers.find(name)->second);
@@ -47,14 +44,11 @@ FrameHubPrivate::Buffer FrameHubPrivate::getDirectRawImage(const std::string& na
 bool FrameHubPrivate::releaseDirectRawImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
         return false;
     return _releaseDirectRawImage(_subscribers.find(name)->second);
 }
 
-// The multi-stream operations reach _cameras under the subscriber lock alone:
-// cameras are never removed, and that is the specified lock rule.
 std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::getImages(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
@@ -108,9 +102,9 @@ FrameHubPrivate::Buffer FrameHubPrivate::_getMonoImage(
     if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
         return Buffer();
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    if (!_checkIsCameraIdValid(realName))
+    const CameraPtr camera = _findCamera(realName);
+    if (!camera)
         return Buffer(); // an alias with no camera registered
-    CameraPtr camera = _camera(realName);
     boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
     if (!preferences) {
         FRAMEHUB_LOG_AS(LEVEL_WARNING, worker)
@@ -137,7 +131,11 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(SubscriberPtr s
         return std::vector<Buffer>();
     std::vector<Buffer> result;
     for (const std::string& cameraName : subscriber->getActiveCameraList()) {
-        CameraPtr camera = _camera(cameraName);
+        const CameraPtr camera = _camera(cameraName);
+        if (!camera) { // listed cameras are registered; kept safe all the same
+            result.push_back(Buffer());
+            continue;
+        }
         boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
         if (!preferences) {
             FRAMEHUB_LOG(LEVEL_WARNING) << "_getImages(" << subscriber->getName()
@@ -162,7 +160,8 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getDirectRawImages(Subscr
     for (const std::string& cameraName : subscriber->getActiveCameraList()) {
         boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
         // Every listed camera has a request on file; no repair on this path.
-        Buffer buffer = preferences ? _camera(cameraName)->getDirectRawImageBuffer(*preferences) : Buffer();
+        const CameraPtr camera = _camera(cameraName);
+        Buffer buffer = preferences && camera ? camera->getDirectRawImageBuffer(*preferences) : Buffer();
         if (buffer)
             subscriber->setImageBuffer(cameraName, buffer);
         result.push_back(buffer);
@@ -175,8 +174,8 @@ std::vector<bool> FrameHubPrivate::_releaseAll(SubscriberPtr subscriber)
     std::vector<bool> results;
     Subscriber::ImageBufferMap& held = subscriber->getImageBufferMap();
     for (const auto& entry : held) {
-        std::map<std::string, CameraPtr>::const_iterator camera = _cameras.find(entry.first);
-        results.push_back(camera != _cameras.end() && camera->second->releaseImageBuffer(entry.second));
+        const CameraPtr camera = _camera(entry.first);
+        results.push_back(camera && camera->releaseImageBuffer(entry.second));
     }
     held.clear();
     return results;

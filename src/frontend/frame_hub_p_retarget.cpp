@@ -50,7 +50,6 @@ boost::shared_ptr<CameraPreferences> FrameHubPrivate::_monoPreferences(const std
 Resolution FrameHubPrivate::getResolution(const std::string& name) const
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     boost::shared_ptr<CameraPreferences> preferences = _monoPreferences(name);
     return preferences ? preferences->getResolution() : kNoResolution;
 }
@@ -58,7 +57,6 @@ Resolution FrameHubPrivate::getResolution(const std::string& name) const
 ColorSpace FrameHubPrivate::getColorSpace(const std::string& name) const
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     boost::shared_ptr<CameraPreferences> preferences = _monoPreferences(name);
     return preferences ? preferences->getColorSpace() : COLORSPACE_UNKNOWN;
 }
@@ -74,14 +72,13 @@ int FrameHubPrivate::getFrameRate(const std::string& name) const
 bool FrameHubPrivate::setActiveCamera(const std::string& name, const std::string& cameraName)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     if (!_checkIsSubscriberValid(name) || !_checkIsCameraIdValid(cameraName) || !_checkSubscriberIsMonostream(name)
         || !_checkSubscriberIsNotProcessing(name))
         return false;
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     const std::string oldName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    std::map<std::string, CameraPtr>::const_iterator oldCamera = _cameras.find(oldName);
-    CameraPtr newCamera = _camera(cameraName);
+    const CameraPtr oldCamera = _camera(oldName);
+    const CameraPtr newCamera = _camera(cameraName);
 
     boost::shared_ptr<CameraPreferences> old = subscriber->getCameraPreferences(oldName);
     if (old && newCamera->isValidRequest(*old)) {
@@ -96,8 +93,8 @@ bool FrameHubPrivate::setActiveCamera(const std::string& name, const std::string
     } else {
         subscriber->setCameraPreferences(cameraName, newCamera->buildDefaultPreferences());
     }
-    if (oldCamera != _cameras.end())
-        oldCamera->second->removePreferences(subscriber->getCameraPreferences(oldName));
+    if (oldCamera)
+        oldCamera->removePreferences(subscriber->getCameraPreferences(oldName));
     newCamera->addPreferences(subscriber->getCameraPreferences(cameraName));
     subscriber->setActiveCameras(std::vector<std::string>(1, cameraName));
     return true;
@@ -108,14 +105,12 @@ bool FrameHubPrivate::_updateMono(const std::string& name, const Value& value,
     bool (Camera::*update)(boost::shared_ptr<CameraPreferences>, const Value&))
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name) || !_checkSubscriberIsNotProcessing(name))
         return false;
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    if (!_checkIsCameraIdValid(realName))
-        return false;
-    return ((*_camera(realName)).*update)(subscriber->getCameraPreferences(realName), value);
+    const CameraPtr camera = _findCamera(realName);
+    return camera && ((*camera).*update)(subscriber->getCameraPreferences(realName), value);
 }
 
 bool FrameHubPrivate::setResolution(const std::string& name, const Resolution& resolution)
@@ -131,7 +126,6 @@ bool FrameHubPrivate::setColorSpace(const std::string& name, const ColorSpace& c
 bool FrameHubPrivate::setFrameRate(const std::string& name, int frameRate)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
     if (!_checkIsSubscriberValid(name))
         return false;
     SubscriberPtr subscriber = _subscribers.find(name)->second;
@@ -139,9 +133,8 @@ bool FrameHubPrivate::setFrameRate(const std::string& name, int frameRate)
     if (subscriber->getActiveCameraList().empty())
         return false;
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().front());
-    if (!_checkIsCameraIdValid(realName))
-        return false;
-    if (!_camera(realName)->updateFrameRatePreferences(subscriber->getCameraPreferences(realName), frameRate))
+    const CameraPtr camera = _findCamera(realName);
+    if (!camera || !camera->updateFrameRatePreferences(subscriber->getCameraPreferences(realName), frameRate))
         return false;
     return subscriber->setFrameRate(frameRate);
 }
@@ -198,18 +191,22 @@ std::vector<bool> FrameHubPrivate::setActiveCameras(
     }
     if (!_checkSubscriberIsNotProcessing(name))
         return std::vector<bool>();
+    std::vector<CameraPtr> cameras;
     for (const std::string& cameraName : cameraNames) {
-        if (!_checkIsCameraIdValid(cameraName)) {
+        cameras.push_back(_findCamera(cameraName));
+        if (!cameras.back()) {
             FRAMEHUB_LOG(LEVEL_ERROR) << "Camera " << cameraName << " is invalid.";
             return std::vector<bool>(cameraNames.size(), false);
         }
     }
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     for (const std::string& cameraName : subscriber->getActiveCameraList())
-        _camera(cameraName)->removePreferences(subscriber->getCameraPreferences(cameraName));
+        if (const CameraPtr camera = _camera(cameraName))
+            camera->removePreferences(subscriber->getCameraPreferences(cameraName));
     std::vector<bool> result;
-    for (const std::string& cameraName : cameraNames) {
-        CameraPtr camera = _camera(cameraName);
+    for (size_t i = 0; i < cameraNames.size(); ++i) {
+        const std::string& cameraName = cameraNames[i];
+        const CameraPtr& camera = cameras[i];
         // A camera the subscriber knows gets back the request it had.
         if (!subscriber->getCameraPreferences(cameraName))
             subscriber->setCameraPreferences(cameraName, camera->buildDefaultPreferences());
@@ -238,8 +235,10 @@ std::vector<bool> FrameHubPrivate::_setEach(const std::string& name, const std::
         return std::vector<bool>();
     }
     std::vector<bool> result;
-    for (size_t i = 0; i < active.size(); ++i)
-        result.push_back(((*_camera(active[i])).*update)(subscriber->getCameraPreferences(active[i]), values[i]));
+    for (size_t i = 0; i < active.size(); ++i) {
+        const CameraPtr camera = _camera(active[i]);
+        result.push_back(camera && ((*camera).*update)(subscriber->getCameraPreferences(active[i]), values[i]));
+    }
     return result;
 }
 
@@ -258,12 +257,11 @@ std::vector<bool> FrameHubPrivate::setColorSpaces(const std::string& name, const
 bool FrameHubPrivate::setDefaultActiveCamera(const std::string& cameraName)
 {
     ExclusiveLock subscribersLock(_subscribersMutex);
-    SharedLock camerasLock(_camerasMutex);
-    if (!_checkIsCameraIdValid(cameraName))
+    const CameraPtr newCamera = _findCamera(cameraName);
+    if (!newCamera)
         return false;
     const std::string oldName = getDefaultActiveCamera();
-    std::map<std::string, CameraPtr>::const_iterator oldCamera = _cameras.find(oldName);
-    CameraPtr newCamera = _camera(cameraName);
+    const CameraPtr oldCamera = _camera(oldName);
 
     for (const auto& entry : _subscribers) {
         SubscriberPtr subscriber = entry.second;
@@ -271,8 +269,8 @@ bool FrameHubPrivate::setDefaultActiveCamera(const std::string& cameraName)
         if (subscriber->getActiveCameraList().at(0) != "Default")
             continue;
         boost::shared_ptr<CameraPreferences> old = subscriber->getCameraPreferences(oldName);
-        if (oldCamera != _cameras.end())
-            oldCamera->second->removePreferences(old);
+        if (oldCamera)
+            oldCamera->removePreferences(old);
         if (!subscriber->getCameraPreferences(cameraName)) {
             if (!old) {
                 FRAMEHUB_LOG(LEVEL_FATAL)

@@ -18,6 +18,7 @@ ImageBuffer::ImageBuffer(const std::string& name, const Resolution& res, const C
     , timeStamp(-1)
     , fieldOfView(0.0f, 0.0f)
     , ownsData(owns)
+    , monotonicTimeStamp(-1)
 {
     (void)framehubLogCategory;
 }
@@ -83,6 +84,8 @@ Resolution ImageBuffer::getResolution() const { return resolution; }
 ColorSpace ImageBuffer::getColorSpace() const { return colorSpace; }
 void ImageBuffer::setTimeStamp(int64_t stamp) { timeStamp = stamp; }
 int64_t ImageBuffer::getTimeStamp() const { return timeStamp; }
+void ImageBuffer::setMonotonicTimeStamp(int64_t stamp) { monotonicTimeStamp = stamp; }
+int64_t ImageBuffer::getMonotonicTimeStamp() const { return monotonicTimeStamp; }
 FieldOfView ImageBuffer::getFieldOfView() const { return fieldOfView; }
 void ImageBuffer::setFielOfView(const FieldOfView& fov) { fieldOfView = fov; }
 void ImageBuffer::setCameraName(const std::string& name) { cameraName = name; }

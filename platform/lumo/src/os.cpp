@@ -13,12 +13,50 @@ struct ClockOverride {
     std::mutex mutex;
     std::function<void(timeval*)> clock;
     std::atomic<bool> active { false };
+
+    // The per-frame path reads the clock: test the flag before any lock.
+    bool read(timeval* tv)
+    {
+        if (!active.load(std::memory_order_acquire))
+            return false;
+        std::function<void(timeval*)> copy;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            copy = clock;
+        }
+        if (!copy)
+            return false;
+        copy(tv);
+        return true;
+    }
+
+    void install(std::function<void(timeval*)> replacement)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        active.store(static_cast<bool>(replacement), std::memory_order_release);
+        clock = std::move(replacement);
+    }
 };
 
-ClockOverride& clockOverride()
+// Never destroyed: clocks are read from static destructors of other libraries.
+ClockOverride& wallOverride()
 {
     static ClockOverride* instance = new ClockOverride;
     return *instance;
+}
+
+ClockOverride& monotonicOverride()
+{
+    static ClockOverride* instance = new ClockOverride;
+    return *instance;
+}
+
+void readSystemClock(clockid_t id, timeval* tv)
+{
+    struct timespec ts;
+    clock_gettime(id, &ts);
+    tv->tv_sec = static_cast<int64_t>(ts.tv_sec);
+    tv->tv_usec = static_cast<int64_t>(ts.tv_nsec / 1000);
 }
 
 } // namespace
@@ -27,33 +65,23 @@ int gettimeofday(timeval* tv)
 {
     if (!tv)
         return -1;
-    ClockOverride& o = clockOverride();
-    // The per-frame path reads the clock: test the flag before any lock.
-    if (o.active.load(std::memory_order_acquire)) {
-        std::function<void(timeval*)> clock;
-        {
-            std::lock_guard<std::mutex> lock(o.mutex);
-            clock = o.clock;
-        }
-        if (clock) {
-            clock(tv);
-            return 0;
-        }
-    }
-    struct timespec ts;
-    clock_gettime(CLOCK_REALTIME, &ts);
-    tv->tv_sec = static_cast<int64_t>(ts.tv_sec);
-    tv->tv_usec = static_cast<int64_t>(ts.tv_nsec / 1000);
+    if (!wallOverride().read(tv))
+        readSystemClock(CLOCK_REALTIME, tv);
     return 0;
 }
 
-void setClock(std::function<void(timeval*)> clock)
+void setClock(std::function<void(timeval*)> clock) { wallOverride().install(std::move(clock)); }
+
+int getmonotonictime(timeval* tv)
 {
-    ClockOverride& o = clockOverride();
-    std::lock_guard<std::mutex> lock(o.mutex);
-    o.active.store(static_cast<bool>(clock), std::memory_order_release);
-    o.clock = std::move(clock);
+    if (!tv)
+        return -1;
+    if (!monotonicOverride().read(tv) && !wallOverride().read(tv))
+        readSystemClock(CLOCK_MONOTONIC, tv);
+    return 0;
 }
+
+void setMonotonicClock(std::function<void(timeval*)> clock) { monotonicOverride().install(std::move(clock)); }
 
 } // namespace os
 } // namespace lumo
