@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo check-sanitizers bench format format-check clean
+.PHONY: all deps configure build test demo check-sanitizers fuzz bench format format-check clean
 
 all: build
 
@@ -39,6 +39,17 @@ check-sanitizers: deps
 	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 		ctest --output-on-failure --timeout 900 -j$(JOBS)
 
+# The hub fuzzer for FUZZ_SECONDS, built with clang in its own directory.
+# New inputs land in build-fuzz/corpus; tests/fuzz/corpus holds the seeds.
+FUZZ_SECONDS ?= 600
+fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFRAMEHUB_FUZZ=ON \
+		-DFRAMEHUB_BUILD_TESTS=OFF -DFRAMEHUB_BUILD_TOOLS=OFF >/dev/null
+	@cmake --build build-fuzz -j$(JOBS) --target hub_fuzzer
+	@mkdir -p build-fuzz/corpus
+	@build-fuzz/tests/fuzz/hub_fuzzer -max_total_time=$(FUZZ_SECONDS) -max_len=2048 -timeout=20 \
+		-rss_limit_mb=4096 -print_final_stats=1 build-fuzz/corpus tests/fuzz/corpus
+
 # Benchmarks in a Release build of their own: the 2D conversions against
 # memcpy, OpenCV and libyuv (medians of three runs and the ratio summary),
 # the depth conversions against memcpy, and the per-frame image hand-out.
@@ -59,4 +70,4 @@ format-check: deps
 	@$(FORMAT_FILES) | xargs clang-format --dry-run --Werror && echo "format-check: clean"
 
 clean:
-	rm -rf $(BUILD_DIR) build-asan build-tsan build-bench
+	rm -rf $(BUILD_DIR) build-asan build-tsan build-bench build-fuzz

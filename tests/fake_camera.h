@@ -132,23 +132,36 @@ private:
 };
 
 // A clock the test moves by hand, in microseconds.
+// Drives the wall clock and the monotonic clock together; stepWallMs moves
+// the wall clock alone, as a time daemon does.
 class ManualClock {
 public:
     explicit ManualClock(int64_t start = 1000000000000LL)
         : _now(start)
+        , _wallOffset(0)
     {
-        lumo::os::setClock([this](lumo::os::timeval* tv) {
-            const int64_t t = _now.load();
-            tv->tv_sec = t / 1000000;
-            tv->tv_usec = t % 1000000;
-        });
+        lumo::os::setClock([this](lumo::os::timeval* tv) { split(_now.load() + _wallOffset.load(), tv); });
+        lumo::os::setMonotonicClock([this](lumo::os::timeval* tv) { split(_now.load(), tv); });
     }
-    ~ManualClock() { lumo::os::setClock(std::function<void(lumo::os::timeval*)>()); }
+    ~ManualClock()
+    {
+        lumo::os::setClock(std::function<void(lumo::os::timeval*)>());
+        lumo::os::setMonotonicClock(std::function<void(lumo::os::timeval*)>());
+    }
     void advanceMs(int64_t ms) { _now += ms * 1000; }
     void advanceUs(int64_t us) { _now += us; }
+    void stepWallMs(int64_t ms) { _wallOffset += ms * 1000; }
+    int64_t wallUs() const { return _now.load() + _wallOffset.load(); }
 
 private:
+    static void split(int64_t t, lumo::os::timeval* tv)
+    {
+        tv->tv_sec = t / 1000000;
+        tv->tv_usec = t % 1000000;
+    }
+
     std::atomic<int64_t> _now;
+    std::atomic<int64_t> _wallOffset;
 };
 
 #endif

@@ -254,3 +254,33 @@ TEST_F(Hub, PassThroughNeutralValues)
 }
 
 } // namespace
+
+// Freshness follows a clock that never steps: a wall clock stepped back an
+// hour must not freeze the last image, nor one stepped forward starve the
+// cache. Each step is followed by a new frame, which a client must get
+// within one frame period.
+TEST_F(Hub, SteppedWallClockNeitherFreezesNorStarves)
+{
+    const std::string me = hub.subscribeCamera("me", "front", Resolution(320, 240), COLORSPACE_RGB_888, 30);
+    ASSERT_FALSE(me.empty());
+    const int64_t periodMs = 1000 / 30;
+    for (int64_t stepMs : { int64_t(0), int64_t(-3600000), int64_t(3600000), int64_t(3600000) }) {
+        SCOPED_TRACE(stepMs);
+        clock.stepWallMs(stepMs);
+        ASSERT_TRUE(feed(hub, "front", static_cast<unsigned>(stepMs / 1000)));
+        const int64_t putAt = clock.wallUs();
+        clock.advanceMs(periodMs + 1); // the last image is now one period old
+        auto image = hub.getImage(me);
+        ASSERT_TRUE(image);
+        EXPECT_EQ(image->getTimeStamp(), putAt); // the new frame, not a frozen one
+        ImageBuffer* first = image.get();
+        ASSERT_TRUE(hub.releaseImage(me));
+        clock.advanceMs(periodMs / 2); // still fresh: served from the cache
+        auto again = hub.getImage(me);
+        ASSERT_TRUE(again);
+        EXPECT_EQ(again.get(), first);
+        ASSERT_TRUE(hub.releaseImage(me));
+        clock.advanceMs(periodMs);
+    }
+    EXPECT_TRUE(hub.unsubscribe(me));
+}

@@ -96,8 +96,7 @@ public:
     bool setCameraParameterToDefault(const std::string& cameraName, const Parameter& parameter);
     bool setAllCameraParametersToDefault(const std::string& cameraName);
 
-    // Angles from the image centre against fractions of the image. Not
-    // synchronised with addCamera: register cameras before using these.
+    // Angles from the image centre against fractions of the image.
     std::vector<float> getAngularPositionFromImagePosition(
         const std::string& cameraName, const std::vector<float>& imagePosition) const;
     std::vector<float> getImagePositionFromAngularPosition(

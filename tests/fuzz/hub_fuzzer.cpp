@@ -1,0 +1,341 @@
+// Turns its input into a sequence of hub calls with hostile arguments: sizes
+// 0, 1, odd and huge, colour-space and parameter numbers out of range, rates
+// 0, negative and huge, NaN and infinities for angles, names empty, unknown
+// or the alias. Frames handed to putImage are always as large as the call's
+// contract requires. The only exceptions let through are the builder's, and
+// the std::out_of_range that setDefaultActiveCamera throws by design after a
+// multi-stream subscriber emptied its camera list.
+#include <framehub/frame_hub.h>
+
+#include <kelmoerror/kelmo_error.h>
+#include <lumo/log.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using namespace Kelmo::FrameHub;
+
+namespace {
+
+// Frames above this many pixels are not put: the allocation, not the hub,
+// would be what is measured.
+const uint64_t kMaxPutPixels = 640 * 480;
+
+class Input {
+public:
+    Input(const uint8_t* data, size_t size)
+        : _data(data)
+        , _size(size)
+    {
+    }
+    bool empty() const { return _position >= _size; }
+    uint8_t byte() { return _position < _size ? _data[_position++] : 0; }
+    uint32_t word()
+    {
+        uint32_t w = 0;
+        for (int i = 0; i < 4; ++i)
+            w = (w << 8) | byte();
+        return w;
+    }
+    template <typename T> const T& pick(const std::vector<T>& choices) { return choices[byte() % choices.size()]; }
+
+private:
+    const uint8_t* _data;
+    size_t _size;
+    size_t _position = 0;
+};
+
+std::vector<CameraInfo> cameras()
+{
+    CameraInfo front;
+    front.name = "front";
+    front.model = "Simulator2D";
+    front.fieldOfView = FieldOfView(1.06f, 0.83f);
+    front.resolutions = { { 160, 120 }, { 320, 240 }, { 640, 480 } };
+    front.colorSpaces = { COLORSPACE_YUV_422 };
+    front.frameRates = { 5, 15, 30 };
+    CameraInfo side = front;
+    side.name = "side";
+    side.resolutions = { { 2, 2 }, { 4, 4 } };
+    CameraInfo depth = front;
+    depth.name = "depth";
+    depth.model = "Simulator3D";
+    depth.resolutions = { { 80, 60 }, { 160, 120 } };
+    depth.colorSpaces = { COLORSPACE_DEPTH_16 };
+    return { front, side, depth };
+}
+
+uint64_t dimension(Input& in)
+{
+    static const std::vector<uint64_t> sizes = { 0, 1, 2, 3, 4, 5, 7, 40, 79, 80, 120, 159, 160, 240, 320, 480, 640,
+        641, 1280, 1u << 20, std::numeric_limits<uint32_t>::max(), std::numeric_limits<uint64_t>::max() };
+    return in.byte() & 0x80 ? in.word() % 700 : in.pick(sizes);
+}
+
+Resolution resolution(Input& in) { return Resolution(dimension(in), dimension(in)); }
+
+ColorSpace colorSpace(Input& in)
+{
+    const uint8_t b = in.byte();
+    if (b < 230)
+        return static_cast<ColorSpace>(b % (COLORSPACE_UNKNOWN + 1));
+    static const std::vector<int> odd
+        = { -1, 23, 100, std::numeric_limits<int>::max(), std::numeric_limits<int>::min() };
+    return static_cast<ColorSpace>(odd[b % odd.size()]);
+}
+
+Parameter parameter(Input& in)
+{
+    const uint8_t b = in.byte();
+    if (b < 230)
+        return static_cast<Parameter>(b % (PARAMETER_INVALID + 1));
+    static const std::vector<int> odd
+        = { -1, 37, 1000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min() };
+    return static_cast<Parameter>(odd[b % odd.size()]);
+}
+
+int number(Input& in)
+{
+    static const std::vector<int> values
+        = { 0, 1, -1, 5, 15, 29, 30, 31, 1000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min() };
+    return in.byte() & 0x80 ? static_cast<int>(in.word()) : in.pick(values);
+}
+
+std::vector<float> floats(Input& in)
+{
+    static const std::vector<float> values = { 0.0f, -0.0f, 0.5f, -0.5f, 1.0f, 3.5f, -1e30f, 1e30f,
+        std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+        -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::denorm_min() };
+    std::vector<float> out(in.byte() % 7);
+    for (float& f : out)
+        f = in.pick(values);
+    return out;
+}
+
+struct Session {
+    FrameHub hub { cameras() };
+    std::vector<std::string> names { "", "Default", "front", "side", "depth", "nobody", "front_0", "x_0" };
+
+    const std::string& name(Input& in) { return in.pick(names); }
+    std::vector<std::string> nameList(Input& in)
+    {
+        std::vector<std::string> out(in.byte() % 4);
+        for (std::string& n : out)
+            n = name(in);
+        return out;
+    }
+    void remember(const std::string& subscriber)
+    {
+        if (!subscriber.empty() && names.size() < 64)
+            names.push_back(subscriber);
+    }
+
+    void put(Input& in)
+    {
+        const Resolution size = resolution(in);
+        const ColorSpace space = colorSpace(in);
+        const uint64_t bytesPerPixel
+            = std::max<uint64_t>(1, getColorSpaceDepth(space) * std::max<uint64_t>(1, getColorSpaceChannel(space)));
+        if (size.width > kMaxPutPixels || size.height > kMaxPutPixels || size.width * size.height > kMaxPutPixels)
+            return;
+        std::vector<uint8_t> frame(std::max<uint64_t>(1, size.width * size.height * bytesPerPixel), in.byte());
+        hub.putImage(name(in), size, space, frame.data());
+    }
+
+    void step(Input& in)
+    {
+        switch (in.byte() % 24) {
+        case 0:
+            remember(hub.subscribeCamera(name(in), name(in), resolution(in), colorSpace(in), number(in)));
+            break;
+        case 1: {
+            const std::vector<std::string> list = nameList(in);
+            std::vector<Resolution> sizes(list.size() + in.byte() % 2);
+            for (Resolution& r : sizes)
+                r = resolution(in);
+            std::vector<ColorSpace> spaces(list.size());
+            for (ColorSpace& c : spaces)
+                c = colorSpace(in);
+            remember(hub.subscribeCameras(name(in), list, sizes, spaces, number(in)));
+            break;
+        }
+        case 2:
+            hub.unsubscribe(name(in));
+            break;
+        case 3:
+        case 4:
+            hub.getImage(name(in));
+            break;
+        case 5:
+            hub.releaseImage(name(in));
+            break;
+        case 6:
+            hub.getDirectRawImage(name(in));
+            hub.releaseDirectRawImage(name(in));
+            break;
+        case 7:
+            hub.getImages(name(in));
+            hub.releaseImages(name(in));
+            break;
+        case 8:
+            hub.getDirectRawImages(name(in));
+            hub.releaseDirectRawImages(name(in));
+            break;
+        case 9:
+            hub.setActiveCamera(name(in), name(in));
+            break;
+        case 10:
+            hub.setActiveCameras(name(in), nameList(in));
+            break;
+        case 11:
+            hub.setResolution(name(in), resolution(in));
+            hub.setColorSpace(name(in), colorSpace(in));
+            break;
+        case 12: {
+            const std::string& who = name(in);
+            std::vector<Resolution> sizes(in.byte() % 4);
+            for (Resolution& r : sizes)
+                r = resolution(in);
+            hub.setResolutions(who, sizes);
+            std::vector<ColorSpace> spaces(in.byte() % 4);
+            for (ColorSpace& c : spaces)
+                c = colorSpace(in);
+            hub.setColorSpaces(who, spaces);
+            break;
+        }
+        case 13:
+            hub.setFrameRate(name(in), number(in));
+            break;
+        case 14:
+            try {
+                hub.setDefaultActiveCamera(name(in));
+            } catch (const std::out_of_range&) {
+                // By design: a multi-stream subscriber emptied its list.
+            }
+            break;
+        case 15: {
+            const std::string& who = name(in);
+            hub.getActiveCamera(who);
+            hub.getResolution(who);
+            hub.getColorSpace(who);
+            hub.getFrameRate(who);
+            hub.getActiveCameras(who);
+            hub.getResolutions(who);
+            hub.getColorSpaces(who);
+            break;
+        }
+        case 16: {
+            const std::string& camera = name(in);
+            switch (in.byte() % 6) {
+            case 0:
+                hub.openCamera(camera);
+                break;
+            case 1:
+                hub.closeCamera(camera);
+                break;
+            case 2:
+                hub.startCamera(camera);
+                break;
+            case 3:
+                hub.stopCamera(camera);
+                break;
+            case 4:
+                hub.resetCamera(camera);
+                break;
+            default:
+                hub.isCameraOpen(camera);
+                hub.isCameraStarted(camera);
+                hub.getCameraModel(camera);
+                hub.getCameraFrameRateRange(camera);
+                hub.getCameraResolutionRange(camera);
+                hub.getCameraFieldOfView(camera);
+            }
+            break;
+        }
+        case 17: {
+            const std::string& camera = name(in);
+            const Parameter p = parameter(in);
+            hub.getCameraParameter(camera, p);
+            hub.getCameraParameterInfo(camera, p);
+            hub.setCameraParameter(camera, p, number(in));
+            if (in.byte() & 1)
+                hub.setCameraParameterToDefault(camera, p);
+            else
+                hub.setAllCameraParametersToDefault(camera);
+            break;
+        }
+        case 18: {
+            const std::string& camera = name(in);
+            const std::vector<float> values = floats(in);
+            hub.getAngularPositionFromImagePosition(camera, values);
+            hub.getImagePositionFromAngularPosition(camera, values);
+            hub.getAngularSizeFromImageSize(camera, values);
+            hub.getImageSizeFromAngularSize(camera, values);
+            hub.getImageInfoFromAngularInfo(camera, values);
+            hub.getImageInfoFromAngularInfoWithResolution(camera, values, resolution(in));
+            break;
+        }
+        case 19:
+        case 20:
+            put(in);
+            break;
+        case 21: {
+            // Feeding as a well-behaved feeder does, so that images flow.
+            const std::string& camera = name(in);
+            const CameraPreferences expected = hub.getExpectedImageParameters(camera);
+            const Resolution size = expected.getResolution();
+            const ColorSpace space = expected.getColorSpace();
+            const uint64_t pixels = size.width * size.height;
+            if (size.width <= kMaxPutPixels && size.height <= kMaxPutPixels && pixels <= kMaxPutPixels) {
+                std::vector<uint8_t> frame(
+                    std::max<uint64_t>(1, pixels * getColorSpaceDepth(space) * getColorSpaceChannel(space)), in.byte());
+                hub.putImage(camera, size, space, frame.data());
+            }
+            break;
+        }
+        case 22: {
+            CameraInfo info = cameras()[in.byte() % 3];
+            info.name = name(in);
+            info.fieldOfView = FieldOfView(floats(in).empty() ? NAN : 0.5f, in.byte() & 1 ? INFINITY : 0.4f);
+            if (in.byte() & 1)
+                info.resolutions.insert(resolution(in));
+            if (in.byte() & 1)
+                info.frameRates.insert(number(in));
+            try {
+                hub.addCamera(info);
+            } catch (const Kelmo::KelmoError&) {
+                // By design: the builder refuses what it can't build.
+            }
+            break;
+        }
+        default:
+            hub.getSubscribers();
+            hub.getCameraIndexes();
+            hub.getDefaultActiveCamera();
+        }
+    }
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    // Every refusal logs; the records are part of what runs, not of what is read.
+    lumo::log::setLevel(5);
+    lumo::log::setHandler([](const lumo::log::Record&) {});
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    Input in(data, size);
+    Session session;
+    for (int steps = 0; steps < 200 && !in.empty(); ++steps)
+        session.step(in);
+    return 0;
+}
