@@ -144,11 +144,11 @@ TEST(HubTorture, EveryKindOfCallerAtOnce)
             }
         });
     spawn("registrar", [&](Worker& w) {
-        for (int i = 0; running() && i < 12; ++i) {
+        for (int i = 0; running() && i < 24; ++i) {
             w.at("addCamera");
             if (hub.addCamera(simulator2D("extra" + std::to_string(i))))
                 ++registered;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     });
     spawn("mover", [&](Worker& w) {

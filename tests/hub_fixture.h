@@ -5,21 +5,30 @@
 #include <framehub/frame_hub.h>
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
-// Descriptions and frames shared by the hub tests.
+// Descriptions and frames shared by the tests and the benchmarks.
+inline Kelmo::FrameHub::CameraInfo simulatorInfo(const std::string& name, const std::string& model,
+    std::set<Kelmo::FrameHub::Resolution> resolutions, std::set<Kelmo::FrameHub::ColorSpace> colorSpaces,
+    std::set<int> frameRates)
+{
+    Kelmo::FrameHub::CameraInfo info;
+    info.name = name;
+    info.model = model;
+    info.fieldOfView = Kelmo::FrameHub::FieldOfView(1.0f, 0.75f);
+    info.resolutions = std::move(resolutions);
+    info.colorSpaces = std::move(colorSpaces);
+    info.frameRates = std::move(frameRates);
+    return info;
+}
+
 inline Kelmo::FrameHub::CameraInfo simulator2D(const std::string& name)
 {
     using namespace Kelmo::FrameHub;
-    CameraInfo info;
-    info.name = name;
-    info.model = "Simulator2D";
-    info.fieldOfView = FieldOfView(1.0f, 0.75f);
-    info.resolutions = { { 160, 120 }, { 320, 240 }, { 640, 480 } };
-    info.colorSpaces = { COLORSPACE_YUV_422, COLORSPACE_RGB_888 };
-    info.frameRates = { 5, 15, 30 };
-    return info;
+    return simulatorInfo(name, "Simulator2D", { { 160, 120 }, { 320, 240 }, { 640, 480 } },
+        { COLORSPACE_YUV_422, COLORSPACE_RGB_888 }, { 5, 15, 30 });
 }
 
 // An RGB frame that changes with its sequence number.

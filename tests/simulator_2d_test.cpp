@@ -1,4 +1,5 @@
 #include "fake_camera.h"
+#include "hub_fixture.h"
 #include "log_capture.h"
 
 #include "camera/camera_registry.h"
@@ -23,14 +24,8 @@ typedef std::vector<uint8_t> Bytes;
 
 CameraInfo info2D(const std::string& name = "front")
 {
-    CameraInfo info;
-    info.name = name;
-    info.model = "Simulator2D";
-    info.fieldOfView = FieldOfView(1.0f, 0.75f);
-    info.resolutions = { { 40, 30 }, { 160, 120 }, { 320, 240 }, { 640, 480 } };
-    info.colorSpaces = { COLORSPACE_YUV_422, COLORSPACE_RGB_888 };
-    info.frameRates = { 10, 15, 30 };
-    return info;
+    return simulatorInfo(name, "Simulator2D", { { 40, 30 }, { 160, 120 }, { 320, 240 }, { 640, 480 } },
+        { COLORSPACE_YUV_422, COLORSPACE_RGB_888 }, { 10, 15, 30 });
 }
 
 boost::shared_ptr<CameraSimulator2D> makeSimulator(const Resolution& size)

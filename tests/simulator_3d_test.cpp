@@ -19,14 +19,8 @@ typedef std::vector<uint16_t> Samples;
 
 CameraInfo info3D(const std::string& name = "depth")
 {
-    CameraInfo info;
-    info.name = name;
-    info.model = "Simulator3D";
-    info.fieldOfView = FieldOfView(1.0f, 0.75f);
-    info.resolutions = { { 80, 60 }, { 320, 240 }, { 640, 480 } };
-    info.colorSpaces = { COLORSPACE_DEPTH_16, COLORSPACE_XYZ_323232 };
-    info.frameRates = { 5, 30 };
-    return info;
+    return simulatorInfo(name, "Simulator3D", { { 80, 60 }, { 320, 240 }, { 640, 480 } },
+        { COLORSPACE_DEPTH_16, COLORSPACE_XYZ_323232 }, { 5, 30 });
 }
 
 Samples ramp(uint64_t w, uint64_t h, uint16_t base)
