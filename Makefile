@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo check-sanitizers fuzz bench format format-check clean
+.PHONY: all deps configure build test demo check-sanitizers fuzz bench format format-check tidy clean
 
 all: build
 
@@ -69,5 +69,14 @@ format: deps
 format-check: deps
 	@$(FORMAT_FILES) | xargs clang-format --dry-run --Werror && echo "format-check: clean"
 
+# clang-tidy over the library, the platform and the tools (.clang-tidy).
+tidy: deps
+	@cmake -S . -B build-tidy -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
+		-DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
+	@run-clang-tidy -quiet -p build-tidy -j $(JOBS) '$(CURDIR)/(src|platform|tools)/.*\.cpp$$' > build-tidy/tidy.log 2>&1 \
+		|| { cat build-tidy/tidy.log; exit 1; }
+	@if grep -q 'warning:' build-tidy/tidy.log; then grep -A3 'warning:' build-tidy/tidy.log; exit 1; fi
+	@echo "tidy: clean"
+
 clean:
-	rm -rf $(BUILD_DIR) build-asan build-tsan build-bench build-fuzz
+	rm -rf $(BUILD_DIR) build-asan build-tsan build-bench build-fuzz build-tidy

@@ -3,7 +3,7 @@
 # Quick when everything is present: apt is only touched for what is missing.
 set -eu
 
-PACKAGES="cmake g++ make pkg-config git clang-format clang libclang-rt-14-dev \
+PACKAGES="cmake g++ make pkg-config git clang-format clang-tidy clang libclang-rt-14-dev \
 libboost-thread-dev libboost-system-dev \
 libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev \
 libgtest-dev libbenchmark-dev libyuv-dev"

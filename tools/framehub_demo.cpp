@@ -243,6 +243,7 @@ void runClient(FrameHub& hub, Client& c, RecentImages& recent, const std::atomic
             c.cached += allCached;
             if (Clock::now() - lastSnapshot > std::chrono::milliseconds(250) || stop) {
                 std::vector<render::Snapshot> copies;
+                copies.reserve(images.size());
                 for (const auto& image : images)
                     copies.push_back(render::snapshot(*image));
                 std::lock_guard<std::mutex> lock(c.snapshotMutex);
@@ -385,6 +386,7 @@ int main(int argc, char** argv)
     std::thread feederThread([&] { feeder.run(stop, origin); });
     RecentImages recent;
     std::vector<std::thread> threads;
+    threads.reserve(clients.size());
     for (Client* c : clients)
         threads.emplace_back([&, c] { runClient(hub, *c, recent, stop); });
 

@@ -45,7 +45,7 @@ cv::Mat sideView(const cv::Mat& xyz)
     float minX = 1e30f, maxX = -1e30f, minY = 1e30f, maxY = -1e30f, maxDepth = 1.0f;
     for (int r = 0; r < xyz.rows; ++r)
         for (int k = 0; k < xyz.cols; ++k) {
-            const cv::Vec3f p = xyz.at<cv::Vec3f>(r, k);
+            const cv::Vec3f& p = xyz.at<cv::Vec3f>(r, k);
             if (p[0] <= 0.0f)
                 continue;
             const float sx = p[0] * c + p[1] * s;
@@ -66,7 +66,7 @@ cv::Mat sideView(const cv::Mat& xyz)
     for (int pass = 0; pass < 2; ++pass)
         for (int r = 0; r < xyz.rows; ++r)
             for (int k = 0; k < xyz.cols; ++k) {
-                const cv::Vec3f p = xyz.at<cv::Vec3f>(r, k);
+                const cv::Vec3f& p = xyz.at<cv::Vec3f>(r, k);
                 if (p[0] <= 0.0f || (pass == 0) != (p[0] > maxDepth * 0.5f))
                     continue;
                 const int x = static_cast<int>(20 + (p[0] * c + p[1] * s - minX) * scale);

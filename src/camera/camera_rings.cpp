@@ -28,16 +28,15 @@ boost::shared_ptr<ImageBuffer> lockNewest(const std::set<boost::shared_ptr<Image
     boost::shared_ptr<ImageBuffer> result;
     for (const auto& buffer : ring) {
         pin(*buffer);
-        if (!matches(*buffer)) {
+        const bool newer = matches(*buffer)
+            && (!result || buffer->getMonotonicTimeStamp() > result->getMonotonicTimeStamp());
+        if (!newer) {
             unpin(*buffer);
-        } else if (!result) {
-            result = buffer;
-        } else if (buffer->getMonotonicTimeStamp() > result->getMonotonicTimeStamp()) {
-            unpin(*result);
-            result = buffer;
-        } else {
-            unpin(*buffer);
+            continue;
         }
+        if (result)
+            unpin(*result);
+        result = buffer;
     }
     return result;
 }

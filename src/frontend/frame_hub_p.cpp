@@ -213,7 +213,7 @@ std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std:
     if (!_validateRequest(name, camera, *request, __func__))
         return std::string();
 
-    const std::string generated = _findAvailableSubscriberName(name);
+    std::string generated = _findAvailableSubscriberName(name);
     if (generated.empty())
         return std::string();
     SubscriberPtr subscriber = boost::make_shared<Subscriber>(generated);
@@ -280,7 +280,7 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
         requests.push_back(request);
     }
 
-    const std::string generated = _findAvailableSubscriberName(name);
+    std::string generated = _findAvailableSubscriberName(name);
     if (generated.empty())
         return std::string();
     SubscriberPtr subscriber = boost::make_shared<Subscriber>(generated);

@@ -116,6 +116,7 @@ template <Size R> void pointRow(const uint16_t* __restrict src, float* __restric
 // The table's factors are bounded so that the conversion is defined.
 inline uint16_t distance(uint16_t d, float factor)
 {
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): this half-up form defines the bytes
     return static_cast<uint16_t>(static_cast<int32_t>(static_cast<float>(d) * factor + 0.5f));
 }
 
