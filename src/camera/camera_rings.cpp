@@ -28,8 +28,8 @@ boost::shared_ptr<ImageBuffer> lockNewest(const std::set<boost::shared_ptr<Image
     boost::shared_ptr<ImageBuffer> result;
     for (const auto& buffer : ring) {
         pin(*buffer);
-        const bool newer = matches(*buffer)
-            && (!result || buffer->getMonotonicTimeStamp() > result->getMonotonicTimeStamp());
+        const bool newer
+            = matches(*buffer) && (!result || buffer->getMonotonicTimeStamp() > result->getMonotonicTimeStamp());
         if (!newer) {
             unpin(*buffer);
             continue;
