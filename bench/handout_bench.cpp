@@ -54,17 +54,20 @@ struct Setup {
             for (int t = 0; t < 8; ++t)
                 cached.back().push_back(
                     hub.subscribeCamera("cached", name, Resolution(640, 480), COLORSPACE_RGB_888, 1));
-            // Stamped far in the future: the cached images never go stale.
-            lumo::os::setClock([](lumo::os::timeval* tv) {
+            // Taken far in the future on both clocks: the cached images never go stale.
+            const auto future = [](lumo::os::timeval* tv) {
                 tv->tv_sec = 4000000000LL;
                 tv->tv_usec = 0;
-            });
+            };
+            lumo::os::setClock(future);
+            lumo::os::setMonotonicClock(future);
             put(hub, name);
-            lumo::os::setClock(std::function<void(lumo::os::timeval*)>());
             for (const std::string& subscriber : cached.back()) {
                 hub.getImage(subscriber);
                 hub.releaseImage(subscriber);
             }
+            lumo::os::setClock(std::function<void(lumo::os::timeval*)>());
+            lumo::os::setMonotonicClock(std::function<void(lumo::os::timeval*)>());
         }
         // A frame stamped now is stale one period later, so every fetch of
         // this subscriber grabs the stored frame and converts it.

@@ -34,7 +34,7 @@ public:
     static std::vector<boost::shared_ptr<Camera>> cameras(FrameHubPrivate& hub)
     {
         std::vector<boost::shared_ptr<Camera>> out;
-        for (const auto& entry : *hub._cameraRegistry())
+        for (const auto& entry : hub._cameraRegistry())
             out.push_back(entry.second);
         return out;
     }

@@ -19,13 +19,20 @@ namespace FrameHub {
 FRAMEHUB_LOG_CATEGORY("vision.framehub")
 
 namespace {
-const char* const kDefaultCameraAlias = "Default";
+const char kDefaultCameraAlias[] = "Default";
+
+// On every fetch: the length rules out most names before any comparison.
+bool isDefaultAlias(const std::string& name)
+{
+    return name.size() == sizeof(kDefaultCameraAlias) - 1 && name.compare(kDefaultCameraAlias) == 0;
+}
 
 } // namespace
 
 FrameHubPrivate::FrameHubPrivate()
-    : _cameras(boost::make_shared<CameraMap>())
 {
+    _cameraMaps.emplace_back(new CameraMap);
+    _cameras.store(_cameraMaps.back().get());
 }
 
 FrameHubPrivate::~FrameHubPrivate() { }
@@ -54,10 +61,10 @@ std::vector<std::string> FrameHubPrivate::getSubscribers() const
 
 std::vector<std::string> FrameHubPrivate::getCameraIndexes() const
 {
-    const CameraMapPtr cameras = _cameraRegistry();
+    const CameraMap& cameras = _cameraRegistry();
     std::vector<std::string> names;
-    names.reserve(cameras->size());
-    for (const auto& entry : *cameras)
+    names.reserve(cameras.size());
+    for (const auto& entry : cameras)
         names.push_back(entry.second->getName());
     return names;
 }
@@ -66,25 +73,24 @@ std::vector<std::string> FrameHubPrivate::getCameraIndexes() const
 
 std::string FrameHubPrivate::_getRealCameraName(const std::string& cameraName) const
 {
-    return cameraName == kDefaultCameraAlias ? getDefaultActiveCamera() : cameraName;
+    return isDefaultAlias(cameraName) ? getDefaultActiveCamera() : cameraName;
 }
 
-FrameHubPrivate::CameraMapPtr FrameHubPrivate::_cameraRegistry() const
+const FrameHubPrivate::CameraMap& FrameHubPrivate::_cameraRegistry() const
 {
-    std::lock_guard<std::mutex> lock(_camerasMutex);
-    return _cameras;
+    return *_cameras.load(std::memory_order_acquire);
 }
 
-FrameHubPrivate::CameraPtr FrameHubPrivate::_camera(const std::string& cameraName) const
+Camera* FrameHubPrivate::_camera(const std::string& cameraName) const
 {
-    const CameraMapPtr cameras = _cameraRegistry();
-    const CameraMap::const_iterator found = cameras->find(cameraName);
-    return found == cameras->end() ? CameraPtr() : found->second;
+    const CameraMap& cameras = _cameraRegistry();
+    const CameraMap::const_iterator found = cameras.find(cameraName);
+    return found == cameras.end() ? nullptr : found->second.get();
 }
 
-FrameHubPrivate::CameraPtr FrameHubPrivate::_findCamera(const std::string& cameraName) const
+Camera* FrameHubPrivate::_findCamera(const std::string& cameraName) const
 {
-    CameraPtr camera = _camera(cameraName);
+    Camera* camera = _camera(cameraName);
     if (!camera)
         FRAMEHUB_LOG_AS(LEVEL_ERROR, "_checkIsCameraIdValid")
             << "Camera \"" << cameraName << "\" not found. Please verify the camera index.";
@@ -95,11 +101,13 @@ bool FrameHubPrivate::_publishCamera(const CameraPtr& camera)
 {
     {
         std::lock_guard<std::mutex> lock(_camerasMutex);
-        if (_cameras->count(camera->getName()))
+        const CameraMap& current = _cameraRegistry();
+        if (current.count(camera->getName()))
             return false;
-        boost::shared_ptr<CameraMap> grown = boost::make_shared<CameraMap>(*_cameras);
+        std::unique_ptr<CameraMap> grown(new CameraMap(current));
         grown->insert(std::make_pair(camera->getName(), camera));
-        _cameras = grown;
+        _cameras.store(grown.get(), std::memory_order_release);
+        _cameraMaps.emplace_back(std::move(grown));
     }
     // Only after the camera can be found, so that the alias never names a
     // camera that is not there yet.
@@ -109,40 +117,73 @@ bool FrameHubPrivate::_publishCamera(const CameraPtr& camera)
     return true;
 }
 
-bool FrameHubPrivate::_checkIsSubscriberValid(const std::string& name) const
+const FrameHubPrivate::SubscriberPtr* FrameHubPrivate::_findSubscriber(const std::string& name) const
 {
-    if (_subscribers.find(name) != _subscribers.end())
+    const auto found = _subscribers.find(name);
+    if (found != _subscribers.end())
+        return &found->second;
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, "_checkIsSubscriberValid")
+        << "Subscriber \"" << name << "\" not found. Please verify that you are subscribed to FrameHub.";
+    return nullptr;
+}
+
+const FrameHubPrivate::SubscriberPtr* FrameHubPrivate::_monoSubscriber(const std::string& name) const
+{
+    const SubscriberPtr* subscriber = _findSubscriber(name);
+    return subscriber && _isMonostream(**subscriber) ? subscriber : nullptr;
+}
+
+const FrameHubPrivate::SubscriberPtr* FrameHubPrivate::_multiSubscriber(const std::string& name) const
+{
+    const SubscriberPtr* subscriber = _findSubscriber(name);
+    return subscriber && _isMultistream(**subscriber) ? subscriber : nullptr;
+}
+
+bool FrameHubPrivate::_isMonostream(Subscriber& subscriber) const
+{
+    if (!subscriber.isMultiStream())
         return true;
-    FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
-                              << "\" not found. Please verify that you are subscribed to FrameHub.";
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, "_checkSubscriberIsMonostream")
+        << "Only mono stream subscribers can call this method. Please verify you have "
+           "subscribed to FrameHub using subscribeCamera().";
     return false;
 }
 
+bool FrameHubPrivate::_isMultistream(Subscriber& subscriber) const
+{
+    if (subscriber.isMultiStream())
+        return true;
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, "_checkSubscriberIsMultistream")
+        << "Only multi stream subscribers can call this method. Please verify you have "
+           "subscribed to FrameHub using subscribeCameras().";
+    return false;
+}
+
+bool FrameHubPrivate::_isNotProcessing(Subscriber& subscriber) const
+{
+    if (!subscriber.isProcessing())
+        return true;
+    FRAMEHUB_LOG_AS(LEVEL_ERROR, "_checkSubscriberIsNotProcessing")
+        << "Subscriber \"" << subscriber.getName()
+        << "\" is still processing. Please verify you have release previous image(s).";
+    return false;
+}
+
+bool FrameHubPrivate::_checkIsSubscriberValid(const std::string& name) const { return _findSubscriber(name); }
+
 bool FrameHubPrivate::_checkSubscriberIsMonostream(const std::string& name) const
 {
-    if (!_subscribers.find(name)->second->isMultiStream())
-        return true;
-    FRAMEHUB_LOG(LEVEL_ERROR) << "Only mono stream subscribers can call this method. Please verify you have "
-                                 "subscribed to FrameHub using subscribeCamera().";
-    return false;
+    return _isMonostream(*_subscribers.find(name)->second);
 }
 
 bool FrameHubPrivate::_checkSubscriberIsMultistream(const std::string& name) const
 {
-    if (_subscribers.find(name)->second->isMultiStream())
-        return true;
-    FRAMEHUB_LOG(LEVEL_ERROR) << "Only multi stream subscribers can call this method. Please verify you have "
-                                 "subscribed to FrameHub using subscribeCameras().";
-    return false;
+    return _isMultistream(*_subscribers.find(name)->second);
 }
 
 bool FrameHubPrivate::_checkSubscriberIsNotProcessing(const std::string& name) const
 {
-    if (!_subscribers.find(name)->second->isProcessing())
-        return true;
-    FRAMEHUB_LOG(LEVEL_ERROR) << "Subscriber \"" << name
-                              << "\" is still processing. Please verify you have release previous image(s).";
-    return false;
+    return _isNotProcessing(*_subscribers.find(name)->second);
 }
 
 bool FrameHubPrivate::_checkIsCameraIdValid(const std::string& cameraName) const
@@ -177,7 +218,7 @@ std::string FrameHubPrivate::_findAvailableSubscriberName(const std::string& nam
 // ---- Subscribing ---------------------------------------------------------------
 
 bool FrameHubPrivate::_validateRequest(
-    const std::string& name, const CameraPtr& camera, CameraPreferences& request, const char* function) const
+    const std::string& name, Camera* camera, CameraPreferences& request, const char* function) const
 {
     if (camera->isValidRequest(request))
         return true;
@@ -202,7 +243,7 @@ std::string FrameHubPrivate::subscribeCamera(const std::string& name, const std:
     const std::string realName = _getRealCameraName(cameraName);
 
     const std::string prefix = "Can't add subscriber " + name + " to Frame Hub\n";
-    CameraPtr camera = _camera(realName);
+    Camera* camera = _camera(realName);
     if (!camera) {
         FRAMEHUB_LOG(LEVEL_ERROR) << prefix << "Camera index " << realName
                                   << " is invalid.\nPlease change the camera index requested.";
@@ -265,7 +306,7 @@ std::string FrameHubPrivate::subscribeCameras(const std::string& name, const std
 
     // Every check comes before the first change.
     std::vector<boost::shared_ptr<CameraPreferences>> requests;
-    std::vector<CameraPtr> cameras;
+    std::vector<Camera*> cameras;
     for (size_t i = 0; i < cameraNames.size(); ++i) {
         cameras.push_back(_camera(cameraNames[i]));
         if (!cameras.back()) {
@@ -327,7 +368,7 @@ bool FrameHubPrivate::unsubscribe(const std::string& name)
     for (const std::string& listed : subscriber->getActiveCameraList()) {
         const std::string realName = _getRealCameraName(listed);
         // A name that is in no registry (an empty alias) has nothing to detach.
-        if (CameraPtr camera = _camera(realName))
+        if (Camera* camera = _camera(realName))
             camera->removePreferences(subscriber->getCameraPreferences(realName));
     }
     size_t erased;

@@ -9,7 +9,9 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/shared_mutex.hpp>
 
+#include <atomic>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -26,8 +28,8 @@ class Subscriber;
 // frame_hub_p_images.cpp, frame_hub_p_retarget.cpp, frame_hub_p_cameras.cpp.
 //
 // Locking. One lock orders everything: _subscribersMutex. The camera
-// registry is copy-on-write: readers take a snapshot (a pointer copy under
-// the leaf _camerasMutex) and never wait for a writer.
+// registry is copy-on-write: readers load a pointer to an immutable map
+// (a "snapshot") and never wait for a writer.
 //
 // | Operation                                            | _subscribersMutex          | cameras          |
 // |------------------------------------------------------|----------------------------|------------------|
@@ -44,7 +46,7 @@ class Subscriber;
 //
 // A camera's own lock is always taken last, and a camera never calls back
 // into the hub. _camerasMutex and _defaultActiveCameraMutex are leaves: held
-// only to copy or swap a pointer or a string. _registrationMutex is taken by
+// only to publish a new map or to copy a string. _registrationMutex is taken by
 // addCamera alone, with no hub lock held; under it only the new camera's lock
 // (unpublished: nobody else can wait on it) and leaves. So a thread that waits
 // holds at most _subscribersMutex and waits for a camera lock or a leaf, whose
@@ -154,7 +156,6 @@ private:
     typedef boost::shared_ptr<Subscriber> SubscriberPtr;
     typedef boost::shared_ptr<Camera> CameraPtr;
     typedef std::map<std::string, CameraPtr> CameraMap;
-    typedef boost::shared_ptr<const CameraMap> CameraMapPtr;
 
     // The helpers run with the right lock already held and take none.
     std::string _getRealCameraName(const std::string& cameraName) const;
@@ -162,6 +163,14 @@ private:
     // getDefaultActiveCamera), so it has a small lock of its own.
     void _setDefaultActiveCamera(const std::string& cameraName);
     bool _checkIsSubscriberValid(const std::string& name) const;
+    // The same guards on a record found once, for the per-frame path; they
+    // log exactly as the guards above. The pointer is valid under the lock.
+    const SubscriberPtr* _findSubscriber(const std::string& name) const;
+    const SubscriberPtr* _monoSubscriber(const std::string& name) const;
+    const SubscriberPtr* _multiSubscriber(const std::string& name) const;
+    bool _isMonostream(Subscriber& subscriber) const;
+    bool _isMultistream(Subscriber& subscriber) const;
+    bool _isNotProcessing(Subscriber& subscriber) const;
     // The three below assume _checkIsSubscriberValid passed under the same lock.
     bool _checkSubscriberIsMonostream(const std::string& name) const;
     bool _checkSubscriberIsMultistream(const std::string& name) const;
@@ -169,30 +178,32 @@ private:
     bool _checkIsCameraIdValid(const std::string& cameraName) const;
     // The guard and the lookup in one: null, with the guard's record, when
     // the name is not registered.
-    CameraPtr _findCamera(const std::string& cameraName) const;
-    // The registry as it stands; it only grows, so a name found once stays.
-    CameraMapPtr _cameraRegistry() const;
+    Camera* _findCamera(const std::string& cameraName) const;
+    // The registry as it stands; it only grows, so a name found once stays,
+    // and a camera lives as long as the hub.
+    const CameraMap& _cameraRegistry() const;
     // Publishes a camera under its name; the first one becomes the default.
     bool _publishCamera(const CameraPtr& camera);
     std::string _findAvailableSubscriberName(const std::string& name);
 
     // Shared by both subscribe paths: the camera's test, then its repair.
     bool _validateRequest(
-        const std::string& name, const CameraPtr& camera, CameraPreferences& request, const char* function) const;
+        const std::string& name, Camera* camera, CameraPreferences& request, const char* function) const;
     // The camera behind a name, null when it is not registered. No record.
-    CameraPtr _camera(const std::string& cameraName) const;
+    Camera* _camera(const std::string& cameraName) const;
 
-    Buffer _getImage(SubscriberPtr subscriber);
-    bool _releaseImage(SubscriberPtr subscriber);
-    Buffer _getDirectRawImage(SubscriberPtr subscriber);
-    Buffer _getMonoImage(SubscriberPtr subscriber, bool raw, const char* worker, const char* logPrefix);
-    bool _releaseDirectRawImage(SubscriberPtr subscriber);
-    std::vector<Buffer> _getImages(SubscriberPtr subscriber);
-    std::vector<bool> _releaseImages(SubscriberPtr subscriber);
-    std::vector<Buffer> _getDirectRawImages(SubscriberPtr subscriber);
-    std::vector<bool> _releaseDirectRawImages(SubscriberPtr subscriber);
-    // The release loop both mono and multi releases share.
-    std::vector<bool> _releaseAll(SubscriberPtr subscriber);
+    Buffer _getImage(const SubscriberPtr& subscriber);
+    bool _releaseImage(const SubscriberPtr& subscriber);
+    Buffer _getDirectRawImage(const SubscriberPtr& subscriber);
+    Buffer _getMonoImage(const SubscriberPtr& subscriber, bool raw, const char* worker, const char* logPrefix);
+    bool _releaseDirectRawImage(const SubscriberPtr& subscriber);
+    std::vector<Buffer> _getImages(const SubscriberPtr& subscriber);
+    std::vector<bool> _releaseImages(const SubscriberPtr& subscriber);
+    std::vector<Buffer> _getDirectRawImages(const SubscriberPtr& subscriber);
+    std::vector<bool> _releaseDirectRawImages(const SubscriberPtr& subscriber);
+    // The release loop both mono and multi releases share: true when every
+    // held image went back; each result is also added to results when given.
+    bool _releaseHeld(const SubscriberPtr& subscriber, std::vector<bool>* results);
 
     // The request a mono-stream subscriber has on file for its camera, after
     // the guards; null when a guard fails.
@@ -216,8 +227,12 @@ private:
     mutable std::mutex _defaultActiveCameraMutex;
     std::map<std::string, SubscriberPtr> _subscribers;
     mutable boost::shared_mutex _subscribersMutex;
-    CameraMapPtr _cameras;
-    mutable std::mutex _camerasMutex;
+    // The camera registry: an immutable map that each registration replaces
+    // whole. Readers load the pointer and never wait; every version is kept
+    // until the hub goes, so no map dies under a reader.
+    std::atomic<const CameraMap*> _cameras;
+    std::vector<std::unique_ptr<const CameraMap>> _cameraMaps;
+    std::mutex _camerasMutex; // the writers of the two above
     std::mutex _registrationMutex;
 
     friend class FrameHubPrivateTestPeer;

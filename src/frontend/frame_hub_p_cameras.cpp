@@ -20,7 +20,7 @@ const ParameterInfo kInvalidInfo = { INVALID_PARAMETER_VALUE, INVALID_PARAMETER_
 template <typename Result, typename Call>
 Result FrameHubPrivate::_onCamera(const std::string& cameraName, Result neutral, Call call) const
 {
-    const CameraPtr camera = _findCamera(_getRealCameraName(cameraName));
+    Camera* const camera = _findCamera(_getRealCameraName(cameraName));
     return camera ? call(*camera) : neutral;
 }
 
@@ -133,7 +133,7 @@ bool FrameHubPrivate::setAllCameraParametersToDefault(const std::string& cameraN
     std::vector<float> FrameHubPrivate::operation(const std::string& cameraName, const std::vector<float>& values)     \
         const                                                                                                          \
     {                                                                                                                  \
-        const CameraPtr camera = _findCamera(_getRealCameraName(cameraName));                                          \
+        Camera* const camera = _findCamera(_getRealCameraName(cameraName));                                            \
         return camera ? camera->operation(values) : std::vector<float>();                                              \
     }
 
@@ -148,7 +148,7 @@ FRAMEHUB_ANGULAR(getImageInfoFromAngularInfo)
 std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(
     const std::string& cameraName, const std::vector<float>& values, const Resolution& resolution) const
 {
-    const CameraPtr camera = _findCamera(_getRealCameraName(cameraName));
+    Camera* const camera = _findCamera(_getRealCameraName(cameraName));
     return camera ? camera->getImageInfoFromAngularInfoWithResolution(values, resolution) : std::vector<float>();
 }
 
@@ -157,13 +157,13 @@ std::vector<float> FrameHubPrivate::getImageInfoFromAngularInfoWithResolution(
 bool FrameHubPrivate::putImage(
     const std::string& cameraName, const Resolution& resolution, const ColorSpace& colorSpace, const void* data)
 {
-    const CameraPtr camera = _findCamera(cameraName);
+    Camera* const camera = _findCamera(cameraName);
     return camera && camera->putImage(resolution, colorSpace, data);
 }
 
 CameraPreferences FrameHubPrivate::getExpectedImageParameters(const std::string& cameraName) const
 {
-    const CameraPtr camera = _findCamera(cameraName);
+    Camera* const camera = _findCamera(cameraName);
     if (!camera)
         return CameraPreferences(CameraPreferences::defaultResolution, CameraPreferences::defaultColorSpace, 0);
     return camera->getExpectedImageParameters();

@@ -20,75 +20,67 @@ FRAMEHUB_LOG_CATEGORY("vision.framehub")
 FrameHubPrivate::Buffer FrameHubPrivate::getImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
-        return Buffer();
-    return _getImage(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _monoSubscriber(name);
+    return subscriber ? _getImage(*subscriber) : Buffer();
 }
 
 bool FrameHubPrivate::releaseImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
-        return false;
-    return _releaseImage(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _monoSubscriber(name);
+    return subscriber ? _releaseImage(*subscriber) : false;
 }
 
 FrameHubPrivate::Buffer FrameHubPrivate::getDirectRawImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
-        return Buffer();
-    return _getDirectRawImage(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _monoSubscriber(name);
+    return subscriber ? _getDirectRawImage(*subscriber) : Buffer();
 }
 
 bool FrameHubPrivate::releaseDirectRawImage(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMonostream(name))
-        return false;
-    return _releaseDirectRawImage(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _monoSubscriber(name);
+    return subscriber ? _releaseDirectRawImage(*subscriber) : false;
 }
 
 std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::getImages(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
-        return std::vector<Buffer>();
-    return _getImages(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _multiSubscriber(name);
+    return subscriber ? _getImages(*subscriber) : std::vector<Buffer>();
 }
 
 std::vector<bool> FrameHubPrivate::releaseImages(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
-        return std::vector<bool>();
-    return _releaseImages(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _multiSubscriber(name);
+    return subscriber ? _releaseImages(*subscriber) : std::vector<bool>();
 }
 
 std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::getDirectRawImages(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
-        return std::vector<Buffer>();
-    return _getDirectRawImages(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _multiSubscriber(name);
+    return subscriber ? _getDirectRawImages(*subscriber) : std::vector<Buffer>();
 }
 
 std::vector<bool> FrameHubPrivate::releaseDirectRawImages(const std::string& name)
 {
     SharedLock subscribersLock(_subscribersMutex);
-    if (!_checkIsSubscriberValid(name) || !_checkSubscriberIsMultistream(name))
-        return std::vector<bool>();
-    return _releaseDirectRawImages(_subscribers.find(name)->second);
+    const SubscriberPtr* subscriber = _multiSubscriber(name);
+    return subscriber ? _releaseDirectRawImages(*subscriber) : std::vector<bool>();
 }
 
 // ---- Workers -------------------------------------------------------------------
 
-FrameHubPrivate::Buffer FrameHubPrivate::_getImage(SubscriberPtr subscriber)
+FrameHubPrivate::Buffer FrameHubPrivate::_getImage(const SubscriberPtr& subscriber)
 {
     return _getMonoImage(subscriber, false, "_getImage", "_getImage(");
 }
 
-FrameHubPrivate::Buffer FrameHubPrivate::_getDirectRawImage(SubscriberPtr subscriber)
+FrameHubPrivate::Buffer FrameHubPrivate::_getDirectRawImage(const SubscriberPtr& subscriber)
 {
     // The plural in the text is how this record has always read.
     return _getMonoImage(subscriber, true, "_getDirectRawImage", "_getDirectRawImages(");
@@ -97,12 +89,12 @@ FrameHubPrivate::Buffer FrameHubPrivate::_getDirectRawImage(SubscriberPtr subscr
 // Both mono-stream fetches: the first active camera, alias resolved, with a
 // missing request repaired from the camera's defaults.
 FrameHubPrivate::Buffer FrameHubPrivate::_getMonoImage(
-    SubscriberPtr subscriber, bool raw, const char* worker, const char* logPrefix)
+    const SubscriberPtr& subscriber, bool raw, const char* worker, const char* logPrefix)
 {
-    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
+    if (!_isNotProcessing(*subscriber))
         return Buffer();
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    const CameraPtr camera = _findCamera(realName);
+    Camera* const camera = _findCamera(realName);
     if (!camera)
         return Buffer(); // an alias with no camera registered
     boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
@@ -125,13 +117,13 @@ FrameHubPrivate::Buffer FrameHubPrivate::_getMonoImage(
     return buffer;
 }
 
-std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(SubscriberPtr subscriber)
+std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(const SubscriberPtr& subscriber)
 {
-    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
+    if (!_isNotProcessing(*subscriber))
         return std::vector<Buffer>();
     std::vector<Buffer> result;
     for (const std::string& cameraName : subscriber->getActiveCameraList()) {
-        const CameraPtr camera = _camera(cameraName);
+        Camera* const camera = _camera(cameraName);
         if (!camera) { // listed cameras are registered; kept safe all the same
             result.push_back(Buffer());
             continue;
@@ -152,15 +144,15 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(SubscriberPtr s
     return result;
 }
 
-std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getDirectRawImages(SubscriberPtr subscriber)
+std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getDirectRawImages(const SubscriberPtr& subscriber)
 {
-    if (!_checkSubscriberIsNotProcessing(subscriber->getName()))
+    if (!_isNotProcessing(*subscriber))
         return std::vector<Buffer>();
     std::vector<Buffer> result;
     for (const std::string& cameraName : subscriber->getActiveCameraList()) {
         boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
         // Every listed camera has a request on file; no repair on this path.
-        const CameraPtr camera = _camera(cameraName);
+        Camera* const camera = _camera(cameraName);
         Buffer buffer = preferences && camera ? camera->getDirectRawImageBuffer(*preferences) : Buffer();
         if (buffer)
             subscriber->setImageBuffer(cameraName, buffer);
@@ -169,35 +161,39 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getDirectRawImages(Subscr
     return result;
 }
 
-std::vector<bool> FrameHubPrivate::_releaseAll(SubscriberPtr subscriber)
+bool FrameHubPrivate::_releaseHeld(const SubscriberPtr& subscriber, std::vector<bool>* results)
+{
+    bool all = true;
+    for (const auto& entry : subscriber->getImageBufferMap()) {
+        Camera* const camera = _camera(entry.first);
+        const bool released = camera && camera->releaseImageBuffer(entry.second);
+        all = all && released;
+        if (results)
+            results->push_back(released);
+    }
+    subscriber->clearImageBuffers();
+    return all;
+}
+
+bool FrameHubPrivate::_releaseImage(const SubscriberPtr& subscriber) { return _releaseHeld(subscriber, nullptr); }
+
+bool FrameHubPrivate::_releaseDirectRawImage(const SubscriberPtr& subscriber) { return _releaseImage(subscriber); }
+
+std::vector<bool> FrameHubPrivate::_releaseImages(const SubscriberPtr& subscriber)
 {
     std::vector<bool> results;
-    Subscriber::ImageBufferMap& held = subscriber->getImageBufferMap();
-    for (const auto& entry : held) {
-        const CameraPtr camera = _camera(entry.first);
-        results.push_back(camera && camera->releaseImageBuffer(entry.second));
-    }
-    held.clear();
-    return results;
-}
-
-bool FrameHubPrivate::_releaseImage(SubscriberPtr subscriber)
-{
-    const std::vector<bool> results = _releaseAll(subscriber);
-    return std::find(results.begin(), results.end(), false) == results.end();
-}
-
-bool FrameHubPrivate::_releaseDirectRawImage(SubscriberPtr subscriber) { return _releaseImage(subscriber); }
-
-std::vector<bool> FrameHubPrivate::_releaseImages(SubscriberPtr subscriber)
-{
-    std::vector<bool> results = _releaseAll(subscriber);
+    _releaseHeld(subscriber, &results);
     if (results.empty())
         results.assign(subscriber->getActiveCameraList().size(), true);
     return results;
 }
 
-std::vector<bool> FrameHubPrivate::_releaseDirectRawImages(SubscriberPtr subscriber) { return _releaseAll(subscriber); }
+std::vector<bool> FrameHubPrivate::_releaseDirectRawImages(const SubscriberPtr& subscriber)
+{
+    std::vector<bool> results;
+    _releaseHeld(subscriber, &results);
+    return results;
+}
 
 } // namespace FrameHub
 } // namespace Kelmo

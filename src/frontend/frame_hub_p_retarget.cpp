@@ -77,8 +77,8 @@ bool FrameHubPrivate::setActiveCamera(const std::string& name, const std::string
         return false;
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     const std::string oldName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    const CameraPtr oldCamera = _camera(oldName);
-    const CameraPtr newCamera = _camera(cameraName);
+    Camera* const oldCamera = _camera(oldName);
+    Camera* const newCamera = _camera(cameraName);
 
     boost::shared_ptr<CameraPreferences> old = subscriber->getCameraPreferences(oldName);
     if (old && newCamera->isValidRequest(*old)) {
@@ -109,7 +109,7 @@ bool FrameHubPrivate::_updateMono(const std::string& name, const Value& value,
         return false;
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    const CameraPtr camera = _findCamera(realName);
+    Camera* const camera = _findCamera(realName);
     return camera && ((*camera).*update)(subscriber->getCameraPreferences(realName), value);
 }
 
@@ -133,7 +133,7 @@ bool FrameHubPrivate::setFrameRate(const std::string& name, int frameRate)
     if (subscriber->getActiveCameraList().empty())
         return false;
     const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().front());
-    const CameraPtr camera = _findCamera(realName);
+    Camera* const camera = _findCamera(realName);
     if (!camera || !camera->updateFrameRatePreferences(subscriber->getCameraPreferences(realName), frameRate))
         return false;
     return subscriber->setFrameRate(frameRate);
@@ -191,7 +191,7 @@ std::vector<bool> FrameHubPrivate::setActiveCameras(
     }
     if (!_checkSubscriberIsNotProcessing(name))
         return std::vector<bool>();
-    std::vector<CameraPtr> cameras;
+    std::vector<Camera*> cameras;
     for (const std::string& cameraName : cameraNames) {
         cameras.push_back(_findCamera(cameraName));
         if (!cameras.back()) {
@@ -201,12 +201,12 @@ std::vector<bool> FrameHubPrivate::setActiveCameras(
     }
     SubscriberPtr subscriber = _subscribers.find(name)->second;
     for (const std::string& cameraName : subscriber->getActiveCameraList())
-        if (const CameraPtr camera = _camera(cameraName))
+        if (Camera* const camera = _camera(cameraName))
             camera->removePreferences(subscriber->getCameraPreferences(cameraName));
     std::vector<bool> result;
     for (size_t i = 0; i < cameraNames.size(); ++i) {
         const std::string& cameraName = cameraNames[i];
-        const CameraPtr& camera = cameras[i];
+        Camera* const camera = cameras[i];
         // A camera the subscriber knows gets back the request it had.
         if (!subscriber->getCameraPreferences(cameraName))
             subscriber->setCameraPreferences(cameraName, camera->buildDefaultPreferences());
@@ -236,7 +236,7 @@ std::vector<bool> FrameHubPrivate::_setEach(const std::string& name, const std::
     }
     std::vector<bool> result;
     for (size_t i = 0; i < active.size(); ++i) {
-        const CameraPtr camera = _camera(active[i]);
+        Camera* const camera = _camera(active[i]);
         result.push_back(camera && ((*camera).*update)(subscriber->getCameraPreferences(active[i]), values[i]));
     }
     return result;
@@ -257,11 +257,11 @@ std::vector<bool> FrameHubPrivate::setColorSpaces(const std::string& name, const
 bool FrameHubPrivate::setDefaultActiveCamera(const std::string& cameraName)
 {
     ExclusiveLock subscribersLock(_subscribersMutex);
-    const CameraPtr newCamera = _findCamera(cameraName);
+    Camera* const newCamera = _findCamera(cameraName);
     if (!newCamera)
         return false;
     const std::string oldName = getDefaultActiveCamera();
-    const CameraPtr oldCamera = _camera(oldName);
+    Camera* const oldCamera = _camera(oldName);
 
     for (const auto& entry : _subscribers) {
         SubscriberPtr subscriber = entry.second;

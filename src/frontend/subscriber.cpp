@@ -58,8 +58,26 @@ boost::shared_ptr<ImageBuffer> Subscriber::getImageBuffer(const std::string& cam
 
 bool Subscriber::setImageBuffer(const std::string& camera, boost::shared_ptr<ImageBuffer> buffer)
 {
-    _imageBufferMap[camera] = buffer;
+    const ImageBufferMap::iterator found = _imageBufferMap.find(camera);
+    if (found != _imageBufferMap.end()) {
+        found->second = std::move(buffer);
+    } else if (!_spareImageBufferNode.empty()) {
+        _spareImageBufferNode.key() = camera;
+        _spareImageBufferNode.mapped() = std::move(buffer);
+        _imageBufferMap.insert(std::move(_spareImageBufferNode));
+    } else {
+        _imageBufferMap.emplace(camera, std::move(buffer));
+    }
     return true;
+}
+
+void Subscriber::clearImageBuffers()
+{
+    if (_spareImageBufferNode.empty() && !_imageBufferMap.empty()) {
+        _spareImageBufferNode = _imageBufferMap.extract(_imageBufferMap.begin());
+        _spareImageBufferNode.mapped().reset(); // the image goes back now, not at the next hand-out
+    }
+    _imageBufferMap.clear();
 }
 
 Subscriber::CameraPreferencesMap& Subscriber::getCameraPreferencesMap() { return _cameraPreferencesMap; }

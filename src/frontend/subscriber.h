@@ -41,6 +41,9 @@ public:
 
     CameraPreferencesMap& getCameraPreferencesMap();
     ImageBufferMap& getImageBufferMap();
+    // Empties the hand-out map but keeps one of its nodes for the next
+    // hand-out, so that a steady fetch and release allocate nothing.
+    void clearImageBuffers();
 
 private:
     std::string _name;
@@ -48,6 +51,7 @@ private:
     std::vector<std::string> _activeCameraList;
     CameraPreferencesMap _cameraPreferencesMap;
     ImageBufferMap _imageBufferMap;
+    ImageBufferMap::node_type _spareImageBufferNode;
     int _frameRate;
 };
 
