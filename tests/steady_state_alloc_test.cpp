@@ -1,5 +1,5 @@
-// In its own executable: it replaces the global array allocator to count
-// the pixel blocks the library makes.
+// In its own executable: it replaces the global allocator to count the
+// pixel blocks the library makes, and every allocation at all.
 #include "fake_camera.h"
 #include "hub_fixture.h"
 
@@ -11,11 +11,24 @@
 
 namespace {
 std::atomic<long> largeArrays { 0 };
+std::atomic<long> allocations { 0 };
 const std::size_t kPixelBlock = 4096; // smaller blocks are bookkeeping, not images
 } // namespace
 
+void* operator new(std::size_t size)
+{
+    ++allocations;
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
 void* operator new[](std::size_t size)
 {
+    ++allocations;
     if (size >= kPixelBlock)
         ++largeArrays;
     if (void* p = std::malloc(size ? size : 1))
@@ -58,6 +71,27 @@ TEST(SteadyState, NoPixelBlockIsAllocated)
     for (int i = 0; i < 50; ++i)
         cycle();
     EXPECT_EQ(largeArrays.load(), warm);
+}
+
+// The per-frame path of a client served from the cache: once warm, a fetch
+// and its release allocate nothing at all.
+TEST(SteadyState, CachedHandOutAllocatesNothing)
+{
+    ManualClock clock;
+    FrameHub hub({ simulator2D("front") });
+    const std::string rgb = hub.subscribeCamera("rgb", "front", Resolution(640, 480), COLORSPACE_RGB_888, 30);
+    std::vector<uint8_t> frame = rgbFrame(640, 480, 1);
+    ASSERT_TRUE(hub.putImage("front", Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
+    ASSERT_TRUE(hub.getImage(rgb));
+    ASSERT_TRUE(hub.releaseImage(rgb));
+    const long warm = allocations.load();
+    for (int i = 0; i < 100; ++i) {
+        FrameHub::Buffer image = hub.getImage(rgb);
+        ASSERT_TRUE(image);
+        image.reset();
+        ASSERT_TRUE(hub.releaseImage(rgb));
+    }
+    EXPECT_EQ(allocations.load(), warm);
 }
 
 } // namespace
