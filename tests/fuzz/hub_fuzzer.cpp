@@ -79,25 +79,18 @@ uint64_t dimension(Input& in)
 
 Resolution resolution(Input& in) { return Resolution(dimension(in), dimension(in)); }
 
-ColorSpace colorSpace(Input& in)
+// A value of the enumeration, now and then one far out of its range.
+template <typename Enum> Enum enumeration(Input& in, int count)
 {
     const uint8_t b = in.byte();
     if (b < 230)
-        return static_cast<ColorSpace>(b % (COLORSPACE_UNKNOWN + 1));
-    static const std::vector<int> odd
-        = { -1, 23, 100, std::numeric_limits<int>::max(), std::numeric_limits<int>::min() };
-    return static_cast<ColorSpace>(odd[b % odd.size()]);
+        return static_cast<Enum>(b % count);
+    const int odd[] = { -1, count, 1000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min() };
+    return static_cast<Enum>(odd[b % (sizeof(odd) / sizeof(odd[0]))]);
 }
 
-Parameter parameter(Input& in)
-{
-    const uint8_t b = in.byte();
-    if (b < 230)
-        return static_cast<Parameter>(b % (PARAMETER_INVALID + 1));
-    static const std::vector<int> odd
-        = { -1, 37, 1000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min() };
-    return static_cast<Parameter>(odd[b % odd.size()]);
-}
+ColorSpace colorSpace(Input& in) { return enumeration<ColorSpace>(in, COLORSPACE_UNKNOWN + 1); }
+Parameter parameter(Input& in) { return enumeration<Parameter>(in, PARAMETER_INVALID + 1); }
 
 int number(Input& in)
 {
@@ -139,8 +132,7 @@ struct Session {
     {
         const Resolution size = resolution(in);
         const ColorSpace space = colorSpace(in);
-        const uint64_t bytesPerPixel
-            = std::max<uint64_t>(1, getColorSpaceDepth(space) * std::max<uint64_t>(1, getColorSpaceChannel(space)));
+        const uint64_t bytesPerPixel = std::max<uint64_t>(1, getColorSpaceDepth(space));
         if (size.width > kMaxPutPixels || size.height > kMaxPutPixels || size.width * size.height > kMaxPutPixels)
             return;
         std::vector<uint8_t> frame(std::max<uint64_t>(1, size.width * size.height * bytesPerPixel), in.byte());
@@ -292,8 +284,7 @@ struct Session {
             const ColorSpace space = expected.getColorSpace();
             const uint64_t pixels = size.width * size.height;
             if (size.width <= kMaxPutPixels && size.height <= kMaxPutPixels && pixels <= kMaxPutPixels) {
-                std::vector<uint8_t> frame(
-                    std::max<uint64_t>(1, pixels * getColorSpaceDepth(space) * getColorSpaceChannel(space)), in.byte());
+                std::vector<uint8_t> frame(std::max<uint64_t>(1, pixels * getColorSpaceDepth(space)), in.byte());
                 hub.putImage(camera, size, space, frame.data());
             }
             break;
