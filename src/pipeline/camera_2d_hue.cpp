@@ -3,6 +3,7 @@
 // macro-pixel, and a saturation for each pixel from its own luma.
 #include "pipeline/camera_2d.h"
 #include "pipeline/camera_2d_simd.h"
+#include "pipeline/fixed_point.h"
 
 #include <cstdint>
 
@@ -10,6 +11,8 @@ namespace Kelmo {
 namespace FrameHub {
 
 namespace {
+
+using namespace fixed;
 
 typedef uint64_t Size;
 
@@ -27,27 +30,28 @@ struct Chroma {
 // this hue. a + b == c.
 inline Chroma classify(int32_t u, int32_t v)
 {
-    const int32_t a = 208 * u + 509 * v - 91776; // red - green
-    const int32_t b = -724 * u - 100 * v + 105472; // green - blue
-    const int32_t c = -516 * u + 409 * v + 13696; // red - blue
-    // Primaries plus one, less 298 Y: never 0 where they are used.
-    const int32_t red = 409 * v - 57119;
-    const int32_t green = -208 * u - 100 * v + 34657;
-    const int32_t blue = 516 * u - 70815;
+    const int32_t a = kRedGreenFromU * u + kRedGreenFromV * v + kRedGreenBias;
+    const int32_t b = kGreenBlueFromU * u + kGreenBlueFromV * v + kGreenBlueBias;
+    const int32_t c = kRedBlueFromU * u + kRedBlueFromV * v + kRedBlueBias;
+    // Primaries plus one, less the luma term: never 0 where they are used.
+    const int32_t red = kRedFromV * v + kRedDenominatorBias;
+    const int32_t green = kHueGreenFromU * u + kHueGreenFromV * v + kGreenDenominatorBias;
+    const int32_t blue = kBlueFromU * u + kBlueDenominatorBias;
+    const int32_t H = kHueSextant, S = kSaturationScale;
 
     // The -1 of the sextant below red keeps 0 for the one above it.
     if (a > 0 && b > 0)
-        return Chroma { 85 * b / (2 * c), 255 * c, red, false };
+        return Chroma { H * b / (2 * c), S * c, red, false };
     if (a > 0 && c > 0)
-        return Chroma { 85 * b / (2 * a) - 1, 255 * a, red, false };
+        return Chroma { H * b / (2 * a) - 1, S * a, red, false };
     if (a > 0)
-        return Chroma { 85 * a / (-2 * b) - 85, -255 * b, blue, false };
+        return Chroma { H * a / (-2 * b) - H, -S * b, blue, false };
     if (b < 0)
-        return Chroma { 85 * a / (-2 * c) - 85, -255 * c, blue, false };
+        return Chroma { H * a / (-2 * c) - H, -S * c, blue, false };
     if (c > 0)
-        return Chroma { -85 * c / (2 * b) + 85, 255 * b, green, false };
+        return Chroma { -H * c / (2 * b) + H, S * b, green, false };
     if (a < 0)
-        return Chroma { 85 * c / (2 * a) + 85, -255 * a, green, false };
+        return Chroma { H * c / (2 * a) + H, -S * a, green, false };
     return Chroma { 0, 0, 0, true }; // U and V both 128
 }
 
@@ -55,7 +59,7 @@ inline uint8_t saturation(const Chroma& chroma, int32_t y)
 {
     if (chroma.grey)
         return 0;
-    const int32_t s = chroma.numerator / (298 * y + chroma.denominatorBase);
+    const int32_t s = chroma.numerator / (kLumaGain * y + chroma.denominatorBase);
     return static_cast<uint8_t>(s <= 0 ? 0 : s > 255 ? 255 : s);
 }
 
@@ -65,17 +69,17 @@ inline void wheel(uint8_t h, uint8_t* out)
     const int32_t x = h;
     uint8_t c0, c1, c2;
     if (h <= 42) {
-        c0 = 0, c1 = static_cast<uint8_t>(6 * x), c2 = 255;
+        c0 = 0, c1 = static_cast<uint8_t>(kWheelSlope * x), c2 = 255;
     } else if (h <= 84) {
-        c0 = 0, c1 = 255, c2 = static_cast<uint8_t>(1 - 6 * x);
+        c0 = 0, c1 = 255, c2 = static_cast<uint8_t>(1 - kWheelSlope * x);
     } else if (h <= 126) {
-        c0 = static_cast<uint8_t>(6 * x + 2), c1 = 255, c2 = 0;
+        c0 = static_cast<uint8_t>(kWheelSlope * x + 2), c1 = 255, c2 = 0;
     } else if (h <= 168) {
-        c0 = 255, c1 = static_cast<uint8_t>(-6 * x - 7), c2 = 0;
+        c0 = 255, c1 = static_cast<uint8_t>(-kWheelSlope * x - 7), c2 = 0;
     } else if (h <= 210) {
-        c0 = 255, c1 = 0, c2 = static_cast<uint8_t>(6 * x + 10);
+        c0 = 255, c1 = 0, c2 = static_cast<uint8_t>(kWheelSlope * x + 10);
     } else if (h <= 253) {
-        c0 = static_cast<uint8_t>(-6 * x - 15), c1 = 0, c2 = 255;
+        c0 = static_cast<uint8_t>(-kWheelSlope * x - 15), c1 = 0, c2 = 255;
     } else {
         c0 = 0, c1 = 0, c2 = 255;
     }
@@ -155,8 +159,10 @@ FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m
 {
     static constexpr ByteMask uvMask = halvesMask(sameWord, 1, 3), yyMask = halvesMask(sameWord, 0, 2);
     const __m256i uv = _mm256_shuffle_epi8(m, loadMask(uvMask));
-    const __m256i a = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(208, 509)), _mm256_set1_epi32(-91776));
-    const __m256i b = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(-724, -100)), _mm256_set1_epi32(105472));
+    const __m256i a = _mm256_add_epi32(
+        _mm256_madd_epi16(uv, factors(kRedGreenFromU, kRedGreenFromV)), _mm256_set1_epi32(kRedGreenBias));
+    const __m256i b = _mm256_add_epi32(
+        _mm256_madd_epi16(uv, factors(kGreenBlueFromU, kGreenBlueFromV)), _mm256_set1_epi32(kGreenBlueBias));
     const __m256i c = _mm256_add_epi32(a, b);
     const __m256i zero = _mm256_setzero_si256();
     const __m256i aP = _mm256_cmpgt_epi32(a, zero), aN = _mm256_cmpgt_epi32(zero, a);
@@ -173,28 +179,32 @@ FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m
     if constexpr (wantHue) {
         const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(absC, absA, blue), absB, red);
         // Exact: 85 X and 2 Y are below 2^24 and the quotient below 43.
-        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(85.0f));
+        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant));
         const __m256 d = _mm256_max_ps(_mm256_add_ps(yF, yF), _mm256_set1_ps(1.0f));
         const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, d));
         const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2
         const __m256i negative
             = _mm256_or_si256(_mm256_or_si256(redBelow, _mm256_andnot_si256(aP, blue)), _mm256_and_si256(green, cP));
-        const __m256i offset = _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(green, _mm256_set1_epi32(85)),
-                                                   _mm256_and_si256(blue, _mm256_set1_epi32(-85))),
+        const __m256i offset = _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(green, _mm256_set1_epi32(kHueSextant)),
+                                                   _mm256_and_si256(blue, _mm256_set1_epi32(-kHueSextant))),
             redBelow);
         const __m256i value = _mm256_add_epi32(offset, _mm256_sub_epi32(_mm256_xor_si256(q, negative), negative));
         hue = _mm256_and_si256(value, _mm256_set1_epi32(0xFF));
     }
     if constexpr (wantSaturation) {
-        const __m256i base = _mm256_blendv_epi8(
-            _mm256_blendv_epi8(_mm256_add_epi32(_mm256_madd_epi16(uv, factors(-208, -100)), _mm256_set1_epi32(34657)),
-                _mm256_add_epi32(_mm256_madd_epi16(uv, factors(516, 0)), _mm256_set1_epi32(-70815)), blue),
-            _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, 409)), _mm256_set1_epi32(-57119)), red);
+        const __m256i greenBase = _mm256_add_epi32(
+            _mm256_madd_epi16(uv, factors(kHueGreenFromU, kHueGreenFromV)), _mm256_set1_epi32(kGreenDenominatorBias));
+        const __m256i blueBase
+            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueDenominatorBias));
+        const __m256i redBase
+            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, kRedFromV)), _mm256_set1_epi32(kRedDenominatorBias));
+        const __m256i base = _mm256_blendv_epi8(_mm256_blendv_epi8(greenBase, blueBase, blue), redBase, red);
         const __m256i yy = _mm256_shuffle_epi8(m, loadMask(yyMask));
+        static_assert(kSaturationScale == 255, "the numerator is 256 y - y");
         const __m256i num = _mm256_sub_epi32(_mm256_slli_epi32(y, 8), y);
-        const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(255.0f * (1.0f + 1.0f / 1024)));
-        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(298, 0)), base));
-        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, 298)), base));
+        const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024)));
+        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(kLumaGain, 0)), base));
+        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, kLumaGain)), base));
     }
 }
 
@@ -212,7 +222,7 @@ FRAMEHUB_AVX2 inline __m256i minus(__m256i p, int16_t k) { return _mm256_sub_epi
 FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA, __m256i& wordsB)
 {
     const __m256i h = _mm256_packus_epi32(hueA, hueB); // lanes: A0-3 B0-3 | A4-7 B4-7
-    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(6));
+    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(kWheelSlope));
     const __m256i full = _mm256_set1_epi16(255), none = _mm256_setzero_si256();
     const __m256i s1 = above(h, 42), s2 = above(h, 84), s3 = above(h, 126), s4 = above(h, 168), s5 = above(h, 210),
                   s6 = above(h, 253);

@@ -4,6 +4,7 @@
 // set of multiplications a macro-pixel. The two paths are meant to differ.
 #include "pipeline/camera_2d.h"
 #include "pipeline/camera_2d_simd.h"
+#include "pipeline/fixed_point.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -14,6 +15,8 @@ namespace FrameHub {
 
 namespace {
 
+using namespace fixed;
+
 typedef uint64_t Size;
 
 enum Output { OUT_RGB, OUT_BGR, OUT_R, OUT_G, OUT_B };
@@ -23,13 +26,13 @@ constexpr Size bytesPerPixel(Output out) { return out == OUT_RGB || out == OUT_B
 // Fixed point with 8 fractional bits; the shift floors, so white gives 254.
 inline uint8_t finish(int32_t value)
 {
-    value >>= 8;
+    value >>= kFractionBits;
     return static_cast<uint8_t>(value <= 0 ? 0 : value > 255 ? 255 : value);
 }
 
-inline int32_t redTerm(int32_t, int32_t v) { return 409 * v; }
-inline int32_t greenTerm(int32_t u, int32_t v) { return -100 * u - 208 * v; }
-inline int32_t blueTerm(int32_t u, int32_t) { return 516 * u; }
+inline int32_t redTerm(int32_t, int32_t v) { return kRedFromV * v; }
+inline int32_t greenTerm(int32_t u, int32_t v) { return kGreenFromU * u + kGreenFromV * v; }
+inline int32_t blueTerm(int32_t u, int32_t) { return kBlueFromU * u; }
 
 // One destination pixel from the macro-pixel at each step: the mean of its
 // two lumas with its chroma. RGB truncates the luma sum before the gain and
@@ -38,10 +41,10 @@ template <Output out> void downscaleRow(const uint8_t* __restrict src, uint8_t* 
 {
     for (Size k = 0; k < n; ++k) {
         const uint8_t* m = src + step * k;
-        const int32_t sum = m[0] + m[2] - 32;
-        const int32_t luma = out == OUT_RGB ? 298 * (sum / 2) : 149 * sum;
-        const int32_t u = m[1] - 128;
-        const int32_t v = m[3] - 128;
+        const int32_t sum = m[0] + m[2] - 2 * kLumaBlack;
+        const int32_t luma = out == OUT_RGB ? kLumaGain * (sum / 2) : kHalfLumaGain * sum;
+        const int32_t u = m[1] - kChromaZero;
+        const int32_t v = m[3] - kChromaZero;
         uint8_t* p = dst + bytesPerPixel(out) * k;
         if (out == OUT_RGB) {
             p[0] = finish(luma + redTerm(u, v));
@@ -67,11 +70,11 @@ template <Output out> void planeRow(const uint8_t* __restrict src, uint8_t* __re
 {
     for (Size i = 0; i < pairs; ++i) {
         const uint8_t* m = src + 4 * i;
-        const int32_t u = m[1] - 128;
-        const int32_t v = m[3] - 128;
+        const int32_t u = m[1] - kChromaZero;
+        const int32_t v = m[3] - kChromaZero;
         const int32_t term = out == OUT_R ? redTerm(u, v) : out == OUT_G ? greenTerm(u, v) : blueTerm(u, v);
-        dst[2 * i] = finish(298 * (m[0] - 16) + term);
-        dst[2 * i + 1] = finish(298 * (m[2] - 16) + term);
+        dst[2 * i] = finish(kLumaGain * (m[0] - kLumaBlack) + term);
+        dst[2 * i + 1] = finish(kLumaGain * (m[2] - kLumaBlack) + term);
     }
 }
 
@@ -90,22 +93,25 @@ FRAMEHUB_AVX2 inline void downscaleChannels(__m256i m, __m256i& red, __m256i& gr
     __m256i luma, constant;
     if constexpr (out == OUT_RGB) {
         // 298 (S / 2), S = Y0 + Y1 - 32 truncated toward zero before the gain.
-        const __m256i s = _mm256_sub_epi32(_mm256_madd_epi16(lumas, factors(1, 1)), _mm256_set1_epi32(32));
+        const __m256i s = _mm256_sub_epi32(_mm256_madd_epi16(lumas, factors(1, 1)), _mm256_set1_epi32(2 * kLumaBlack));
         const __m256i half = _mm256_srai_epi32(_mm256_sub_epi32(s, _mm256_srai_epi32(s, 31)), 1);
-        luma = _mm256_madd_epi16(half, factors(298, 0)); // half fits the low 16 bits
+        luma = _mm256_madd_epi16(half, factors(kLumaGain, 0)); // half fits the low 16 bits
         constant = _mm256_setzero_si256();
     } else {
-        luma = _mm256_madd_epi16(lumas, factors(149, 149));
-        constant = _mm256_set1_epi32(-4768); // 149 times the black level of a sum
+        luma = _mm256_madd_epi16(lumas, factors(kHalfLumaGain, kHalfLumaGain));
+        constant = _mm256_set1_epi32(kLumaSumBias);
     }
     // Chroma terms with the chroma zero folded in.
-    const __m256i r = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(0, 409)), _mm256_set1_epi32(-52352));
-    const __m256i g = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(-100, -208)), _mm256_set1_epi32(39424));
-    const __m256i b = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(516, 0)), _mm256_set1_epi32(-66048));
+    const __m256i r
+        = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(0, kRedFromV)), _mm256_set1_epi32(kRedChromaBias));
+    const __m256i g = _mm256_add_epi32(
+        _mm256_madd_epi16(chroma, factors(kGreenFromU, kGreenFromV)), _mm256_set1_epi32(kGreenChromaBias));
+    const __m256i b
+        = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueChromaBias));
     const __m256i base = _mm256_add_epi32(luma, constant);
-    red = _mm256_srai_epi32(_mm256_add_epi32(base, r), 8);
-    green = _mm256_srai_epi32(_mm256_add_epi32(base, g), 8);
-    blue = _mm256_srai_epi32(_mm256_add_epi32(base, b), 8);
+    red = _mm256_srai_epi32(_mm256_add_epi32(base, r), kFractionBits);
+    green = _mm256_srai_epi32(_mm256_add_epi32(base, g), kFractionBits);
+    blue = _mm256_srai_epi32(_mm256_add_epi32(base, b), kFractionBits);
 }
 
 // The saturating packs clamp exactly as finish does.
@@ -196,18 +202,20 @@ FRAMEHUB_AVX2 void planeRowAvx2(const uint8_t* __restrict src, uint8_t* __restri
             __m256i sum;
             if constexpr (out == OUT_R) {
                 const __m256i yv = _mm256_shuffle_epi8(m, loadMask(withV[h]));
-                sum = _mm256_add_epi32(_mm256_madd_epi16(yv, factors(298, 409)), _mm256_set1_epi32(-57120));
+                sum = _mm256_add_epi32(_mm256_madd_epi16(yv, factors(kLumaGain, kRedFromV)),
+                    _mm256_set1_epi32(kLumaBias + kRedChromaBias));
             } else if constexpr (out == OUT_B) {
                 const __m256i yu = _mm256_shuffle_epi8(m, loadMask(withU[h]));
-                sum = _mm256_add_epi32(_mm256_madd_epi16(yu, factors(298, 516)), _mm256_set1_epi32(-70816));
+                sum = _mm256_add_epi32(_mm256_madd_epi16(yu, factors(kLumaGain, kBlueFromU)),
+                    _mm256_set1_epi32(kLumaBias + kBlueChromaBias));
             } else {
                 const __m256i yu = _mm256_shuffle_epi8(m, loadMask(withU[h]));
                 const __m256i yv = _mm256_shuffle_epi8(m, loadMask(withV[h]));
-                sum = _mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(yu, factors(298, -100)),
-                                           _mm256_madd_epi16(yv, factors(0, -208))),
-                    _mm256_set1_epi32(34656));
+                sum = _mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(yu, factors(kLumaGain, kGreenFromU)),
+                                           _mm256_madd_epi16(yv, factors(0, kGreenFromV))),
+                    _mm256_set1_epi32(kLumaBias + kGreenChromaBias));
             }
-            value[h] = _mm256_srai_epi32(sum, 8);
+            value[h] = _mm256_srai_epi32(sum, kFractionBits);
         }
         // Lanes hold pixels 0-3 and 8-11 of the first half, 4-7 and 12-15 of
         // the second: the pack puts them in order within each lane.
