@@ -1,13 +1,16 @@
 // Targets made of red, green and blue. At a width ratio of 1 the colour
-// targets go through the library conversion and the planes through an exact
-// per-pixel formula; a downscale uses one cheaper formula for all five, one
-// set of multiplications a macro-pixel. The two paths are meant to differ.
+// targets give the library conversion's bytes (its arithmetic with 20
+// fractional bits, or the library itself on CPUs without the vector paths)
+// and the planes an exact per-pixel formula; a downscale uses one cheaper
+// formula for all five, one set of multiplications a macro-pixel. The two
+// paths are meant to differ.
 #include "pipeline/camera_2d.h"
 #include "pipeline/camera_2d_simd.h"
 #include "pipeline/fixed_point.h"
 
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace Kelmo {
@@ -75,6 +78,35 @@ template <Output out> void planeRow(const uint8_t* __restrict src, uint8_t* __re
         const int32_t term = out == OUT_R ? redTerm(u, v) : out == OUT_G ? greenTerm(u, v) : blueTerm(u, v);
         dst[2 * i] = finish(kLumaGain * (m[0] - kLumaBlack) + term);
         dst[2 * i + 1] = finish(kLumaGain * (m[2] - kLumaBlack) + term);
+    }
+}
+
+// Full scale RGB or BGR, each pixel its own luma, with the library
+// conversion's 20 fractional bits and its rounding: the definition of the
+// bytes it writes. All in 32-bit signed arithmetic, which cannot overflow.
+inline uint8_t finishWide(int32_t value)
+{
+    value >>= kWideFractionBits;
+    return static_cast<uint8_t>(value < 0 ? 0 : value > 255 ? 255 : value);
+}
+
+template <Output out> void wideRow(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
+{
+    constexpr int red = out == OUT_RGB ? 0 : 2, blue = 2 - red;
+    for (Size i = 0; i < pairs; ++i) {
+        const uint8_t* m = src + 4 * i;
+        const int32_t u = m[1] - kChromaZero;
+        const int32_t v = m[3] - kChromaZero;
+        const int32_t r = kWideRoundingHalf + kWideRedFromV * v;
+        const int32_t g = kWideRoundingHalf + kWideGreenFromV * v + kWideGreenFromU * u;
+        const int32_t b = kWideRoundingHalf + kWideBlueFromU * u;
+        for (int k = 0; k < 2; ++k) {
+            const int32_t y = std::max(0, m[2 * k] - kLumaBlack) * kWideLumaGain;
+            uint8_t* p = dst + 6 * i + 3 * k;
+            p[red] = finishWide(y + r);
+            p[1] = finishWide(y + g);
+            p[blue] = finishWide(y + b);
+        }
     }
 }
 
@@ -225,6 +257,73 @@ FRAMEHUB_AVX2 void planeRowAvx2(const uint8_t* __restrict src, uint8_t* __restri
     }
     planeRow<out>(src + 4 * i, dst + 2 * i, pairs - i);
 }
+
+// The layout of one lane's eight pixels: from rg, the reds then the greens
+// of pixels 0 2 4 6 1 3 5 7, and from bb their blues twice; output bytes 0-15
+// (head) or 16-23 (tail), red first or blue first.
+constexpr ByteMask wideMask(bool fromBlue, bool tail, bool bgr)
+{
+    ByteMask m {};
+    for (int i = 0; i < 32; ++i)
+        m.b[i] = -1;
+    for (int lane = 0; lane < 2; ++lane)
+        for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
+            const int pixel = o / 3, channel = bgr ? 2 - o % 3 : o % 3;
+            const int index = pixel / 2 + 4 * (pixel % 2);
+            if ((channel == 2) == fromBlue)
+                m.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(channel == 1 ? 8 + index : index);
+        }
+    return m;
+}
+
+// One primary of the even and the odd pixels, shifted and packed to 16 bits:
+// even pixels 0-3, odd 0-3, even 4-7, odd 4-7.
+FRAMEHUB_AVX2 inline __m256i wideChannel(__m256i even, __m256i odd, __m256i chroma)
+{
+    return _mm256_packs_epi32(_mm256_srai_epi32(_mm256_add_epi32(even, chroma), kWideFractionBits),
+        _mm256_srai_epi32(_mm256_add_epi32(odd, chroma), kWideFractionBits));
+}
+
+// Eight macro-pixels a block: even and odd pixels' luma terms and the three
+// chroma terms per macro-pixel in 32-bit lanes, then packed with the
+// saturation the clamp asks for.
+template <Output out> FRAMEHUB_AVX2 void wideRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
+{
+    constexpr bool bgr = out == OUT_BGR;
+    static constexpr ByteMask head = wideMask(false, false, bgr), tail = wideMask(false, true, bgr),
+                              headBlue = wideMask(true, false, bgr), tailBlue = wideMask(true, true, bgr);
+    const __m256i byte = _mm256_set1_epi32(0xFF);
+    const __m256i black = _mm256_set1_epi32(kLumaBlack | kLumaBlack << 16);
+    const __m256i lumaGain = _mm256_set1_epi32(kWideLumaGain);
+    const __m256i redFromV = _mm256_set1_epi32(kWideRedFromV), blueFromU = _mm256_set1_epi32(kWideBlueFromU);
+    const __m256i greenFromU = _mm256_set1_epi32(kWideGreenFromU), greenFromV = _mm256_set1_epi32(kWideGreenFromV);
+    // Rounding and chroma zero folded into one constant per primary.
+    const __m256i redBias = _mm256_set1_epi32(kWideRoundingHalf - kWideRedFromV * kChromaZero);
+    const __m256i greenBias = _mm256_set1_epi32(kWideRoundingHalf - (kWideGreenFromU + kWideGreenFromV) * kChromaZero);
+    const __m256i blueBias = _mm256_set1_epi32(kWideRoundingHalf - kWideBlueFromU * kChromaZero);
+    Size i = 0;
+    for (; i + 8 <= pairs; i += 8) {
+        const __m256i m = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 4 * i));
+        const __m256i y = _mm256_subs_epu8(m, black); // max(0, Y - 16), U and V kept
+        const __m256i even = _mm256_mullo_epi32(_mm256_and_si256(y, byte), lumaGain);
+        const __m256i odd = _mm256_mullo_epi32(_mm256_and_si256(_mm256_srli_epi32(y, 16), byte), lumaGain);
+        const __m256i u = _mm256_and_si256(_mm256_srli_epi32(m, 8), byte);
+        const __m256i v = _mm256_srli_epi32(m, 24);
+        const __m256i r = _mm256_add_epi32(_mm256_mullo_epi32(v, redFromV), redBias);
+        const __m256i g = _mm256_add_epi32(
+            _mm256_add_epi32(_mm256_mullo_epi32(u, greenFromU), _mm256_mullo_epi32(v, greenFromV)), greenBias);
+        const __m256i b = _mm256_add_epi32(_mm256_mullo_epi32(u, blueFromU), blueBias);
+        const __m256i rg = _mm256_packus_epi16(wideChannel(even, odd, r), wideChannel(even, odd, g));
+        const __m256i blue = wideChannel(even, odd, b);
+        const __m256i bb = _mm256_packus_epi16(blue, blue);
+        const __m256i h
+            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(head)), _mm256_shuffle_epi8(bb, loadMask(headBlue)));
+        const __m256i t
+            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(tail)), _mm256_shuffle_epi8(bb, loadMask(tailBlue)));
+        storeTwentyFourPerLane(dst + 6 * i, h, t);
+    }
+    wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
+}
 #endif
 
 // Rows 0, r, 2r... and every r-th pixel position (2r bytes) within them.
@@ -267,6 +366,22 @@ void libraryConvert(ImageBuffer& source, ImageBuffer& destination, int code)
     cv::cvtColor(from, to, code, 0);
 }
 
+// The library's bytes, as the library writes them: only into a destination
+// of the source's size, which both images, packed, walk as one run. Without
+// the vector paths the library's own vector code is the faster one.
+template <Output out> void wideConvert(ImageBuffer& source, ImageBuffer& destination, int code)
+{
+    if (!simd::supported()) {
+        libraryConvert(source, destination, code);
+        return;
+    }
+    const Resolution in = source.getResolution();
+    if (in != destination.getResolution())
+        return;
+    const auto row = FRAMEHUB_FASTEST(&wideRowAvx2<out>, &wideRow<out>);
+    row(source.getData(), destination.getData(), in.width * in.height / 2);
+}
+
 inline bool isFullScale(ImageBuffer& source, ImageBuffer& destination)
 {
     return source.getResolution().width / destination.getResolution().width == 1;
@@ -277,14 +392,14 @@ inline bool isFullScale(ImageBuffer& source, ImageBuffer& destination)
 bool Camera2D::convertYUV422toRGBnoScale(
     boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
 {
-    libraryConvert(*source, *destination, cv::COLOR_YUV2RGB_YUY2);
+    wideConvert<OUT_RGB>(*source, *destination, cv::COLOR_YUV2RGB_YUY2);
     return true;
 }
 
 bool Camera2D::convertYUV422toBGRnoScale(
     boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
 {
-    libraryConvert(*source, *destination, cv::COLOR_YUV2BGR_YUY2);
+    wideConvert<OUT_BGR>(*source, *destination, cv::COLOR_YUV2BGR_YUY2);
     return true;
 }
 
