@@ -135,25 +135,32 @@ using namespace simd;
 
 constexpr int sameWord[4] = { 0, 1, 2, 3 };
 
-// The clamped quotient of non-negative numerators by their denominators,
-// 0 where the denominator is not positive. The reciprocal estimate is off by
-// at most 1.5 2^-12 relative; the numerator comes scaled up by 2^-10, so
-// that the estimate is never below the quotient and, below 255, at most one
-// above it, which one product corrects. Above 255 it stays above, which is
-// all the clamp needs.
+// The quotient of non-negative numerators by their denominators, still to
+// be clamped to 0..255: then it is the saturation, 0 where the denominator
+// is not positive (the quotient is 0 or less there, or INT_MIN for a
+// denominator of 0, which the correction leaves alone). The reciprocal
+// estimate is off by at most 1.5 2^-12 relative; the numerator comes scaled
+// up by 2^-10, so that the estimate is never below the quotient and, below
+// 255, at most one above it, which one product corrects. Above 255 it stays
+// above, which is all the clamp needs.
 FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m256i den)
 {
     const __m256i q0 = _mm256_cvttps_epi32(_mm256_mul_ps(scaledNumF, _mm256_rcp_ps(_mm256_cvtepi32_ps(den))));
-    const __m256i q = _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
-    return _mm256_and_si256(
-        _mm256_min_epi32(q, _mm256_set1_epi32(255)), _mm256_cmpgt_epi32(den, _mm256_setzero_si256()));
+    return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
+}
+
+FRAMEHUB_AVX2 inline __m256i clampByte(__m256i q)
+{
+    return _mm256_max_epi32(_mm256_min_epi32(q, _mm256_set1_epi32(255)), _mm256_setzero_si256());
 }
 
 // The case table for eight macro-pixels at once. Within the sextant of the
 // largest primary the hue quotient is 85 X / 2 Y, where Y, the largest
 // primary less the smallest, is the largest of |a|, |b|, |c|, and X is the
 // difference that does not involve the largest; the saturation numerator
-// is 255 Y. Grey has X = Y = 0.
+// is 255 Y. Grey has X = Y = 0. The hue byte is the low byte of its word,
+// the saturations still want clamping (saturationAvx2): each store does
+// both the way that costs it least.
 template <bool wantHue, bool wantSaturation>
 FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
 {
@@ -189,7 +196,7 @@ FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m
                                                    _mm256_and_si256(blue, _mm256_set1_epi32(-kHueSextant))),
             redBelow);
         const __m256i value = _mm256_add_epi32(offset, _mm256_sub_epi32(_mm256_xor_si256(q, negative), negative));
-        hue = _mm256_and_si256(value, _mm256_set1_epi32(0xFF));
+        hue = value;
     }
     if constexpr (wantSaturation) {
         const __m256i greenBase = _mm256_add_epi32(
@@ -282,11 +289,29 @@ template <Output out> FRAMEHUB_AVX2 inline void storeSixBytes(uint8_t* dst, __m2
     storeTwentyFourPerLane(dst, h, t);
 }
 
-// Two bytes a macro-pixel from the low 16 bits of each word.
-FRAMEHUB_AVX2 inline void storeTwoBytes(uint8_t* dst, __m256i words)
+// The low 8 bytes of each lane, lane 0 first.
+FRAMEHUB_AVX2 inline void storeSixteen(uint8_t* dst, __m256i bytes)
 {
-    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(words, words), _MM_SHUFFLE(3, 1, 2, 0));
+    const __m256i packed = _mm256_permute4x64_epi64(bytes, _MM_SHUFFLE(3, 1, 2, 0));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm256_castsi256_si128(packed));
+}
+
+// The low byte of each hue word, twice.
+FRAMEHUB_AVX2 inline void storeHues(uint8_t* dst, __m256i hue)
+{
+    const int8_t Z = -1;
+    const __m256i twice = _mm256_setr_epi8(
+        0, 0, 4, 4, 8, 8, 12, 12, Z, Z, Z, Z, Z, Z, Z, Z, 0, 0, 4, 4, 8, 8, 12, 12, Z, Z, Z, Z, Z, Z, Z, Z);
+    storeSixteen(dst, _mm256_shuffle_epi8(hue, twice));
+}
+
+// S0 and S1 of each macro-pixel; the saturating packs do the clamp.
+FRAMEHUB_AVX2 inline void storeSaturations(uint8_t* dst, __m256i s0, __m256i s1)
+{
+    const __m256i interleave = _mm256_setr_epi8(
+        0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+    const __m256i words = _mm256_packs_epi32(s0, s1); // S0 0-3, S1 0-3 a lane
+    storeSixteen(dst, _mm256_shuffle_epi8(_mm256_packus_epi16(words, words), interleave));
 }
 
 template <Output out, Fetch fetch>
@@ -307,7 +332,8 @@ FRAMEHUB_AVX2 Size hueBlocks(const uint8_t* __restrict src, uint8_t* __restrict 
             __m256i h, g, wordsA, wordsB;
             classifyAvx2<true, false>(m, h, unused, unused);
             classifyAvx2<true, false>(n, g, unused, unused);
-            wheelAvx2(h, g, wordsA, wordsB);
+            const __m256i low = _mm256_set1_epi32(0xFF);
+            wheelAvx2(_mm256_and_si256(h, low), _mm256_and_si256(g, low), wordsA, wordsB);
             storeSixBytes<out>(dst + outStep * i, wordsA, m);
             if (!both)
                 return i + 8;
@@ -321,12 +347,15 @@ FRAMEHUB_AVX2 Size hueBlocks(const uint8_t* __restrict src, uint8_t* __restrict 
         classifyAvx2<wantHue, wantSaturation>(m, h, s0, s1);
         uint8_t* p = dst + outStep * i;
         if constexpr (out == OUT_H)
-            storeTwoBytes(p, _mm256_or_si256(h, _mm256_slli_epi32(h, 8)));
+            storeHues(p, h);
         else if constexpr (out == OUT_S)
-            storeTwoBytes(p, _mm256_or_si256(s0, _mm256_slli_epi32(s1, 8)));
+            storeSaturations(p, s0, s1);
         else
-            storeSixBytes<out>(
-                p, _mm256_or_si256(_mm256_or_si256(h, _mm256_slli_epi32(s0, 8)), _mm256_slli_epi32(s1, 16)), m);
+            storeSixBytes<out>(p,
+                _mm256_or_si256(
+                    _mm256_or_si256(_mm256_and_si256(h, _mm256_set1_epi32(0xFF)), _mm256_slli_epi32(clampByte(s0), 8)),
+                    _mm256_slli_epi32(clampByte(s1), 16)),
+                m);
     }
     return i;
 }
