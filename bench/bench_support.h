@@ -52,12 +52,12 @@ public:
     }
 
     std::map<std::string, double> seconds;
+    // CPU seconds of the timing thread: steadier than real time on a shared
+    // machine, and the same thing for single-threaded runs.
+    std::map<std::string, double> cpuSeconds;
 
-    double at(const std::string& name) const
-    {
-        const auto it = seconds.find(name);
-        return it == seconds.end() ? 0.0 : it->second;
-    }
+    double at(const std::string& name) const { return find(seconds, name); }
+    double cpuAt(const std::string& name) const { return find(cpuSeconds, name); }
 
     void ReportRuns(const std::vector<Run>& runs) override
     {
@@ -65,8 +65,17 @@ public:
         for (const Run& run : runs) {
             if (run.error_occurred || (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median"))
                 continue;
-            seconds[run.run_name.str()] = run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            const double unit = benchmark::GetTimeUnitMultiplier(run.time_unit);
+            seconds[run.run_name.str()] = run.GetAdjustedRealTime() / unit;
+            cpuSeconds[run.run_name.str()] = run.GetAdjustedCPUTime() / unit;
         }
+    }
+
+private:
+    static double find(const std::map<std::string, double>& times, const std::string& name)
+    {
+        const auto it = times.find(name);
+        return it == times.end() ? 0.0 : it->second;
     }
 };
 
