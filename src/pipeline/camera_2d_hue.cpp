@@ -172,31 +172,32 @@ FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m
         _mm256_madd_epi16(uv, factors(kGreenBlueFromU, kGreenBlueFromV)), _mm256_set1_epi32(kGreenBlueBias));
     const __m256i c = _mm256_add_epi32(a, b);
     const __m256i zero = _mm256_setzero_si256();
-    const __m256i aP = _mm256_cmpgt_epi32(a, zero), aN = _mm256_cmpgt_epi32(zero, a);
+    const __m256i aP = _mm256_cmpgt_epi32(a, zero);
     const __m256i bP = _mm256_cmpgt_epi32(b, zero), bN = _mm256_cmpgt_epi32(zero, b);
     const __m256i cP = _mm256_cmpgt_epi32(c, zero);
-    // Cases 1-2, 3-4 and 5-6 of the table; what is left is grey.
+    // Cases 1-2 and 3-4 of the table; 5-6 and grey are what is left.
     const __m256i red = _mm256_and_si256(aP, cP);
     const __m256i blue = _mm256_or_si256(_mm256_andnot_si256(cP, aP), _mm256_andnot_si256(aP, bN));
-    const __m256i green = _mm256_andnot_si256(_mm256_or_si256(aP, bN), _mm256_or_si256(cP, aN));
     const __m256i absA = _mm256_abs_epi32(a), absB = _mm256_abs_epi32(b), absC = _mm256_abs_epi32(c);
     const __m256i y = _mm256_max_epi32(absA, _mm256_max_epi32(absB, absC));
     const __m256 yF = _mm256_cvtepi32_ps(y);
 
     if constexpr (wantHue) {
-        const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(absC, absA, blue), absB, red);
-        // Exact: 85 X and 2 Y are below 2^24 and the quotient below 43.
+        // X with the sign of its case's quotient: b for red, a for blue, -c
+        // for green (positive below blue, negative below red), so that the
+        // float quotient truncates toward zero as the table's division does
+        // and only the case's offset is left to add.
+        const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_sub_epi32(zero, c), a, blue), b, red);
+        // Exact: |85 X| and 2 Y are below 2^24 and the quotient below 43.
         const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant));
         const __m256 d = _mm256_max_ps(_mm256_add_ps(yF, yF), _mm256_set1_ps(1.0f));
         const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, d));
-        const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2
-        const __m256i negative
-            = _mm256_or_si256(_mm256_or_si256(redBelow, _mm256_andnot_si256(aP, blue)), _mm256_and_si256(green, cP));
-        const __m256i offset = _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(green, _mm256_set1_epi32(kHueSextant)),
-                                                   _mm256_and_si256(blue, _mm256_set1_epi32(-kHueSextant))),
-            redBelow);
-        const __m256i value = _mm256_add_epi32(offset, _mm256_sub_epi32(_mm256_xor_si256(q, negative), negative));
-        hue = value;
+        const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2: -1
+        const __m256i greenOrGrey
+            = _mm256_and_si256(_mm256_cmpgt_epi32(y, zero), _mm256_set1_epi32(kHueSextant)); // grey: 0
+        const __m256i offset
+            = _mm256_blendv_epi8(_mm256_blendv_epi8(greenOrGrey, _mm256_set1_epi32(-kHueSextant), blue), redBelow, red);
+        hue = _mm256_add_epi32(offset, q);
     }
     if constexpr (wantSaturation) {
         const __m256i greenBase = _mm256_add_epi32(
