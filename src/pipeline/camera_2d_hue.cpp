@@ -149,11 +149,6 @@ FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m2
     return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
 }
 
-FRAMEHUB_AVX2 inline __m256i clampByte(__m256i q)
-{
-    return _mm256_max_epi32(_mm256_min_epi32(q, _mm256_set1_epi32(255)), _mm256_setzero_si256());
-}
-
 // The case table for eight macro-pixels at once. Within the sextant of the
 // largest primary the hue quotient is 85 X / 2 Y, where Y, the largest
 // primary less the smallest, is the largest of |a|, |b|, |c|, and X is the
@@ -250,7 +245,9 @@ FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA,
 // Shuffles laying out six bytes a macro-pixel, 24 a lane: the head takes
 // output bytes 0-15, the tail 16-23. Pattern entries 0-2 pick bytes of the
 // computed word, 4-7 bytes of the source word.
-constexpr ByteMask sixBytesMask(const int (&pattern)[6], bool fromSource, bool tail)
+// Computed bytes come from words (byte e of word k) or, packed, as four
+// S0, four S1 and four H a lane (byte k, 4 + k or 8 + k).
+constexpr ByteMask sixBytesMask(const int (&pattern)[6], bool fromSource, bool tail, bool packed)
 {
     ByteMask mask {};
     for (int i = 0; i < 32; ++i)
@@ -259,7 +256,8 @@ constexpr ByteMask sixBytesMask(const int (&pattern)[6], bool fromSource, bool t
         for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
             const int e = pattern[o % 6];
             if ((e >= 4) == fromSource)
-                mask.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(4 * (o / 6) + e % 4);
+                mask.b[16 * lane + o - (tail ? 16 : 0)]
+                    = static_cast<int8_t>(packed && e < 4 ? (e == 0 ? 8 : 4 * (e - 1)) + o / 6 : 4 * (o / 6) + e % 4);
         }
     return mask;
 }
@@ -277,10 +275,11 @@ template <> struct Layout<OUT_H2RGB> {
 
 template <Output out> FRAMEHUB_AVX2 inline void storeSixBytes(uint8_t* dst, __m256i computed, __m256i source)
 {
-    static constexpr ByteMask head = sixBytesMask(Layout<out>::pattern, false, false),
-                              tail = sixBytesMask(Layout<out>::pattern, false, true),
-                              headSource = sixBytesMask(Layout<out>::pattern, true, false),
-                              tailSource = sixBytesMask(Layout<out>::pattern, true, true);
+    constexpr bool packed = out != OUT_H2RGB;
+    static constexpr ByteMask head = sixBytesMask(Layout<out>::pattern, false, false, packed),
+                              tail = sixBytesMask(Layout<out>::pattern, false, true, packed),
+                              headSource = sixBytesMask(Layout<out>::pattern, true, false, packed),
+                              tailSource = sixBytesMask(Layout<out>::pattern, true, true, packed);
     __m256i h = _mm256_shuffle_epi8(computed, loadMask(head));
     __m256i t = _mm256_shuffle_epi8(computed, loadMask(tail));
     if constexpr (out == OUT_HSY) {
@@ -352,10 +351,10 @@ FRAMEHUB_AVX2 Size hueBlocks(const uint8_t* __restrict src, uint8_t* __restrict 
         else if constexpr (out == OUT_S)
             storeSaturations(p, s0, s1);
         else
+            // The saturating packs clamp S0 and S1; H is its low byte.
             storeSixBytes<out>(p,
-                _mm256_or_si256(
-                    _mm256_or_si256(_mm256_and_si256(h, _mm256_set1_epi32(0xFF)), _mm256_slli_epi32(clampByte(s0), 8)),
-                    _mm256_slli_epi32(clampByte(s1), 16)),
+                _mm256_packus_epi16(_mm256_packs_epi32(s0, s1),
+                    _mm256_packs_epi32(_mm256_and_si256(h, _mm256_set1_epi32(0xFF)), _mm256_setzero_si256())),
                 m);
     }
     return i;
