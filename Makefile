@@ -52,7 +52,8 @@ fuzz: deps
 
 # Benchmarks in a Release build of their own: the 2D conversions against
 # memcpy, OpenCV and libyuv (medians of three runs and the ratio summary),
-# the depth conversions against memcpy, and the per-frame image hand-out.
+# the depth conversions against memcpy, the per-frame image hand-out, and the
+# scaling curve of one camera shared by 1 to 32 subscribers (docs/scaling.png).
 bench: deps
 	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DFRAMEHUB_BUILD_BENCH=ON -DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
 	@cmake --build build-bench -j$(JOBS)
@@ -60,6 +61,7 @@ bench: deps
 		--benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	@build-bench/bench/depth_bench --benchmark_color=false
 	@build-bench/bench/handout_bench --benchmark_color=false
+	@/usr/bin/python3 bench/plot_scaling.py build-bench/bench/scaling_bench docs/scaling.png
 
 # Every C++ file git tracks, against .clang-format.
 FORMAT_FILES = git ls-files '*.cpp' '*.h'

@@ -343,6 +343,43 @@ TEST(Camera2DTest, VectorHueAndSaturationAreExactForAllInputs)
     }
 }
 
+// Full-size RGB and BGR are the library conversion's bytes on every path:
+// every (Y, U, V) once (Y0 and Y1 run through the lumas two by two for each
+// chroma pair), then random frames whose runs end in every kind of tail.
+TEST(Camera2DTest, FullScaleColorIsTheLibraryConversionForAllInputs)
+{
+    const Buffer all(new ImageBuffer("test", Resolution(4096, 4096), COLORSPACE_YUV_422, true));
+    uint8_t* p = all->getData();
+    for (uint32_t chroma = 0; chroma < 65536; ++chroma)
+        for (uint32_t luma = 0; luma < 256; luma += 2, p += 4) {
+            p[0] = static_cast<uint8_t>(luma);
+            p[1] = static_cast<uint8_t>(chroma);
+            p[2] = static_cast<uint8_t>(luma + 1);
+            p[3] = static_cast<uint8_t>(chroma >> 8);
+        }
+    std::mt19937 random(5);
+    std::vector<Buffer> frames = { all };
+    for (const Resolution& size : { Resolution(2, 1), Resolution(18, 3), Resolution(30, 7), Resolution(34, 5),
+             Resolution(642, 9), Resolution(640, 480) })
+        frames.push_back(source(size.width, size.height, [&random](size_t) { return static_cast<uint8_t>(random()); }));
+    const struct {
+        ColorSpace target;
+        int code;
+    } cases[] = { { COLORSPACE_RGB_888, cv::COLOR_YUV2RGB_YUY2 }, { COLORSPACE_BGR_888, cv::COLOR_YUV2BGR_YUY2 } };
+    for (const Buffer& frame : frames) {
+        const Resolution size = frame->getResolution();
+        const int w = static_cast<int>(size.width), h = static_cast<int>(size.height);
+        for (const auto& c : cases) {
+            cv::Mat expected;
+            cv::cvtColor(cv::Mat(h, w, CV_8UC2, frame->getData()), expected, c.code);
+            const Bytes library(expected.data, expected.data + expected.total() * 3);
+            const BothPaths out = convertBothWays(frame, c.target, size.width, size.height);
+            EXPECT_TRUE(out.vector == library) << getColorSpaceName(c.target) << " " << w << "x" << h;
+            EXPECT_TRUE(out.scalar == library) << getColorSpaceName(c.target) << " " << w << "x" << h;
+        }
+    }
+}
+
 TEST(Camera2DTest, RefusalsLogAndLeaveTheStamp)
 {
     enum Source { NONE, NO_BLOCK, OWNING };

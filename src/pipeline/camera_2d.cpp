@@ -188,11 +188,13 @@ bool cpuHasVectorPaths()
 
 } // namespace
 
-bool simd::enabled()
+bool simd::supported()
 {
     static const bool available = cpuHasVectorPaths();
-    return available && vectorSwitch.load(std::memory_order_relaxed);
+    return available;
 }
+
+bool simd::enabled() { return supported() && vectorSwitch.load(std::memory_order_relaxed); }
 
 bool simd::setEnabled(bool on) { return vectorSwitch.exchange(on); }
 

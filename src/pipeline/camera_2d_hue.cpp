@@ -3,6 +3,7 @@
 // macro-pixel, and a saturation for each pixel from its own luma.
 #include "pipeline/camera_2d.h"
 #include "pipeline/camera_2d_simd.h"
+#include "pipeline/fixed_point.h"
 
 #include <cstdint>
 
@@ -10,6 +11,8 @@ namespace Kelmo {
 namespace FrameHub {
 
 namespace {
+
+using namespace fixed;
 
 typedef uint64_t Size;
 
@@ -27,27 +30,28 @@ struct Chroma {
 // this hue. a + b == c.
 inline Chroma classify(int32_t u, int32_t v)
 {
-    const int32_t a = 208 * u + 509 * v - 91776; // red - green
-    const int32_t b = -724 * u - 100 * v + 105472; // green - blue
-    const int32_t c = -516 * u + 409 * v + 13696; // red - blue
-    // Primaries plus one, less 298 Y: never 0 where they are used.
-    const int32_t red = 409 * v - 57119;
-    const int32_t green = -208 * u - 100 * v + 34657;
-    const int32_t blue = 516 * u - 70815;
+    const int32_t a = kRedGreenFromU * u + kRedGreenFromV * v + kRedGreenBias;
+    const int32_t b = kGreenBlueFromU * u + kGreenBlueFromV * v + kGreenBlueBias;
+    const int32_t c = kRedBlueFromU * u + kRedBlueFromV * v + kRedBlueBias;
+    // Primaries plus one, less the luma term: never 0 where they are used.
+    const int32_t red = kRedFromV * v + kRedDenominatorBias;
+    const int32_t green = kHueGreenFromU * u + kHueGreenFromV * v + kGreenDenominatorBias;
+    const int32_t blue = kBlueFromU * u + kBlueDenominatorBias;
+    const int32_t H = kHueSextant, S = kSaturationScale;
 
     // The -1 of the sextant below red keeps 0 for the one above it.
     if (a > 0 && b > 0)
-        return Chroma { 85 * b / (2 * c), 255 * c, red, false };
+        return Chroma { H * b / (2 * c), S * c, red, false };
     if (a > 0 && c > 0)
-        return Chroma { 85 * b / (2 * a) - 1, 255 * a, red, false };
+        return Chroma { H * b / (2 * a) - 1, S * a, red, false };
     if (a > 0)
-        return Chroma { 85 * a / (-2 * b) - 85, -255 * b, blue, false };
+        return Chroma { H * a / (-2 * b) - H, -S * b, blue, false };
     if (b < 0)
-        return Chroma { 85 * a / (-2 * c) - 85, -255 * c, blue, false };
+        return Chroma { H * a / (-2 * c) - H, -S * c, blue, false };
     if (c > 0)
-        return Chroma { -85 * c / (2 * b) + 85, 255 * b, green, false };
+        return Chroma { -H * c / (2 * b) + H, S * b, green, false };
     if (a < 0)
-        return Chroma { 85 * c / (2 * a) + 85, -255 * a, green, false };
+        return Chroma { H * c / (2 * a) + H, -S * a, green, false };
     return Chroma { 0, 0, 0, true }; // U and V both 128
 }
 
@@ -55,7 +59,7 @@ inline uint8_t saturation(const Chroma& chroma, int32_t y)
 {
     if (chroma.grey)
         return 0;
-    const int32_t s = chroma.numerator / (298 * y + chroma.denominatorBase);
+    const int32_t s = chroma.numerator / (kLumaGain * y + chroma.denominatorBase);
     return static_cast<uint8_t>(s <= 0 ? 0 : s > 255 ? 255 : s);
 }
 
@@ -65,17 +69,17 @@ inline void wheel(uint8_t h, uint8_t* out)
     const int32_t x = h;
     uint8_t c0, c1, c2;
     if (h <= 42) {
-        c0 = 0, c1 = static_cast<uint8_t>(6 * x), c2 = 255;
+        c0 = 0, c1 = static_cast<uint8_t>(kWheelSlope * x), c2 = 255;
     } else if (h <= 84) {
-        c0 = 0, c1 = 255, c2 = static_cast<uint8_t>(1 - 6 * x);
+        c0 = 0, c1 = 255, c2 = static_cast<uint8_t>(1 - kWheelSlope * x);
     } else if (h <= 126) {
-        c0 = static_cast<uint8_t>(6 * x + 2), c1 = 255, c2 = 0;
+        c0 = static_cast<uint8_t>(kWheelSlope * x + 2), c1 = 255, c2 = 0;
     } else if (h <= 168) {
-        c0 = 255, c1 = static_cast<uint8_t>(-6 * x - 7), c2 = 0;
+        c0 = 255, c1 = static_cast<uint8_t>(-kWheelSlope * x - 7), c2 = 0;
     } else if (h <= 210) {
-        c0 = 255, c1 = 0, c2 = static_cast<uint8_t>(6 * x + 10);
+        c0 = 255, c1 = 0, c2 = static_cast<uint8_t>(kWheelSlope * x + 10);
     } else if (h <= 253) {
-        c0 = static_cast<uint8_t>(-6 * x - 15), c1 = 0, c2 = 255;
+        c0 = static_cast<uint8_t>(-kWheelSlope * x - 15), c1 = 0, c2 = 255;
     } else {
         c0 = 0, c1 = 0, c2 = 255;
     }
@@ -131,70 +135,79 @@ using namespace simd;
 
 constexpr int sameWord[4] = { 0, 1, 2, 3 };
 
-// The clamped quotient of non-negative numerators by their denominators,
-// 0 where the denominator is not positive. The reciprocal estimate is off by
-// at most 1.5 2^-12 relative; the numerator comes scaled up by 2^-10, so
-// that the estimate is never below the quotient and, below 255, at most one
-// above it, which one product corrects. Above 255 it stays above, which is
-// all the clamp needs.
+// The quotient of non-negative numerators by their denominators, still to
+// be clamped to 0..255: then it is the saturation, 0 where the denominator
+// is not positive (the quotient is 0 or less there, or INT_MIN for a
+// denominator of 0, which the correction leaves alone). The reciprocal
+// estimate is off by at most 1.5 2^-12 relative; the numerator comes scaled
+// up by 2^-10, so that the estimate is never below the quotient and, below
+// 255, at most one above it, which one product corrects. Above 255 it stays
+// above, which is all the clamp needs.
 FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m256i den)
 {
     const __m256i q0 = _mm256_cvttps_epi32(_mm256_mul_ps(scaledNumF, _mm256_rcp_ps(_mm256_cvtepi32_ps(den))));
-    const __m256i q = _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
-    return _mm256_and_si256(
-        _mm256_min_epi32(q, _mm256_set1_epi32(255)), _mm256_cmpgt_epi32(den, _mm256_setzero_si256()));
+    return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
 }
 
 // The case table for eight macro-pixels at once. Within the sextant of the
 // largest primary the hue quotient is 85 X / 2 Y, where Y, the largest
 // primary less the smallest, is the largest of |a|, |b|, |c|, and X is the
 // difference that does not involve the largest; the saturation numerator
-// is 255 Y. Grey has X = Y = 0.
+// is 255 Y. Grey has X = Y = 0. The hue byte is the low byte of its word,
+// the saturations still want clamping (saturationAvx2): each store does
+// both the way that costs it least.
 template <bool wantHue, bool wantSaturation>
 FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
 {
     static constexpr ByteMask uvMask = halvesMask(sameWord, 1, 3), yyMask = halvesMask(sameWord, 0, 2);
     const __m256i uv = _mm256_shuffle_epi8(m, loadMask(uvMask));
-    const __m256i a = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(208, 509)), _mm256_set1_epi32(-91776));
-    const __m256i b = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(-724, -100)), _mm256_set1_epi32(105472));
+    const __m256i a = _mm256_add_epi32(
+        _mm256_madd_epi16(uv, factors(kRedGreenFromU, kRedGreenFromV)), _mm256_set1_epi32(kRedGreenBias));
+    const __m256i b = _mm256_add_epi32(
+        _mm256_madd_epi16(uv, factors(kGreenBlueFromU, kGreenBlueFromV)), _mm256_set1_epi32(kGreenBlueBias));
     const __m256i c = _mm256_add_epi32(a, b);
     const __m256i zero = _mm256_setzero_si256();
-    const __m256i aP = _mm256_cmpgt_epi32(a, zero), aN = _mm256_cmpgt_epi32(zero, a);
+    const __m256i aP = _mm256_cmpgt_epi32(a, zero);
     const __m256i bP = _mm256_cmpgt_epi32(b, zero), bN = _mm256_cmpgt_epi32(zero, b);
     const __m256i cP = _mm256_cmpgt_epi32(c, zero);
-    // Cases 1-2, 3-4 and 5-6 of the table; what is left is grey.
+    // Cases 1-2 and 3-4 of the table; 5-6 and grey are what is left.
     const __m256i red = _mm256_and_si256(aP, cP);
     const __m256i blue = _mm256_or_si256(_mm256_andnot_si256(cP, aP), _mm256_andnot_si256(aP, bN));
-    const __m256i green = _mm256_andnot_si256(_mm256_or_si256(aP, bN), _mm256_or_si256(cP, aN));
     const __m256i absA = _mm256_abs_epi32(a), absB = _mm256_abs_epi32(b), absC = _mm256_abs_epi32(c);
     const __m256i y = _mm256_max_epi32(absA, _mm256_max_epi32(absB, absC));
     const __m256 yF = _mm256_cvtepi32_ps(y);
 
     if constexpr (wantHue) {
-        const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(absC, absA, blue), absB, red);
-        // Exact: 85 X and 2 Y are below 2^24 and the quotient below 43.
-        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(85.0f));
+        // X with the sign of its case's quotient: b for red, a for blue, -c
+        // for green (positive below blue, negative below red), so that the
+        // float quotient truncates toward zero as the table's division does
+        // and only the case's offset is left to add.
+        const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_sub_epi32(zero, c), a, blue), b, red);
+        // Exact: |85 X| and 2 Y are below 2^24 and the quotient below 43.
+        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant));
         const __m256 d = _mm256_max_ps(_mm256_add_ps(yF, yF), _mm256_set1_ps(1.0f));
         const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, d));
-        const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2
-        const __m256i negative
-            = _mm256_or_si256(_mm256_or_si256(redBelow, _mm256_andnot_si256(aP, blue)), _mm256_and_si256(green, cP));
-        const __m256i offset = _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(green, _mm256_set1_epi32(85)),
-                                                   _mm256_and_si256(blue, _mm256_set1_epi32(-85))),
-            redBelow);
-        const __m256i value = _mm256_add_epi32(offset, _mm256_sub_epi32(_mm256_xor_si256(q, negative), negative));
-        hue = _mm256_and_si256(value, _mm256_set1_epi32(0xFF));
+        const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2: -1
+        const __m256i greenOrGrey
+            = _mm256_and_si256(_mm256_cmpgt_epi32(y, zero), _mm256_set1_epi32(kHueSextant)); // grey: 0
+        const __m256i offset
+            = _mm256_blendv_epi8(_mm256_blendv_epi8(greenOrGrey, _mm256_set1_epi32(-kHueSextant), blue), redBelow, red);
+        hue = _mm256_add_epi32(offset, q);
     }
     if constexpr (wantSaturation) {
-        const __m256i base = _mm256_blendv_epi8(
-            _mm256_blendv_epi8(_mm256_add_epi32(_mm256_madd_epi16(uv, factors(-208, -100)), _mm256_set1_epi32(34657)),
-                _mm256_add_epi32(_mm256_madd_epi16(uv, factors(516, 0)), _mm256_set1_epi32(-70815)), blue),
-            _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, 409)), _mm256_set1_epi32(-57119)), red);
+        const __m256i greenBase = _mm256_add_epi32(
+            _mm256_madd_epi16(uv, factors(kHueGreenFromU, kHueGreenFromV)), _mm256_set1_epi32(kGreenDenominatorBias));
+        const __m256i blueBase
+            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueDenominatorBias));
+        const __m256i redBase
+            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, kRedFromV)), _mm256_set1_epi32(kRedDenominatorBias));
+        const __m256i base = _mm256_blendv_epi8(_mm256_blendv_epi8(greenBase, blueBase, blue), redBase, red);
         const __m256i yy = _mm256_shuffle_epi8(m, loadMask(yyMask));
+        static_assert(kSaturationScale == 255, "the numerator is 256 y - y");
         const __m256i num = _mm256_sub_epi32(_mm256_slli_epi32(y, 8), y);
-        const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(255.0f * (1.0f + 1.0f / 1024)));
-        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(298, 0)), base));
-        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, 298)), base));
+        const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024)));
+        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(kLumaGain, 0)), base));
+        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, kLumaGain)), base));
     }
 }
 
@@ -212,7 +225,7 @@ FRAMEHUB_AVX2 inline __m256i minus(__m256i p, int16_t k) { return _mm256_sub_epi
 FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA, __m256i& wordsB)
 {
     const __m256i h = _mm256_packus_epi32(hueA, hueB); // lanes: A0-3 B0-3 | A4-7 B4-7
-    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(6));
+    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(kWheelSlope));
     const __m256i full = _mm256_set1_epi16(255), none = _mm256_setzero_si256();
     const __m256i s1 = above(h, 42), s2 = above(h, 84), s3 = above(h, 126), s4 = above(h, 168), s5 = above(h, 210),
                   s6 = above(h, 253);
@@ -232,7 +245,9 @@ FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA,
 // Shuffles laying out six bytes a macro-pixel, 24 a lane: the head takes
 // output bytes 0-15, the tail 16-23. Pattern entries 0-2 pick bytes of the
 // computed word, 4-7 bytes of the source word.
-constexpr ByteMask sixBytesMask(const int (&pattern)[6], bool fromSource, bool tail)
+// Computed bytes come from words (byte e of word k) or, packed, as four
+// S0, four S1 and four H a lane (byte k, 4 + k or 8 + k).
+constexpr ByteMask sixBytesMask(const int (&pattern)[6], bool fromSource, bool tail, bool packed)
 {
     ByteMask mask {};
     for (int i = 0; i < 32; ++i)
@@ -241,7 +256,8 @@ constexpr ByteMask sixBytesMask(const int (&pattern)[6], bool fromSource, bool t
         for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
             const int e = pattern[o % 6];
             if ((e >= 4) == fromSource)
-                mask.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(4 * (o / 6) + e % 4);
+                mask.b[16 * lane + o - (tail ? 16 : 0)]
+                    = static_cast<int8_t>(packed && e < 4 ? (e == 0 ? 8 : 4 * (e - 1)) + o / 6 : 4 * (o / 6) + e % 4);
         }
     return mask;
 }
@@ -259,10 +275,11 @@ template <> struct Layout<OUT_H2RGB> {
 
 template <Output out> FRAMEHUB_AVX2 inline void storeSixBytes(uint8_t* dst, __m256i computed, __m256i source)
 {
-    static constexpr ByteMask head = sixBytesMask(Layout<out>::pattern, false, false),
-                              tail = sixBytesMask(Layout<out>::pattern, false, true),
-                              headSource = sixBytesMask(Layout<out>::pattern, true, false),
-                              tailSource = sixBytesMask(Layout<out>::pattern, true, true);
+    constexpr bool packed = out != OUT_H2RGB;
+    static constexpr ByteMask head = sixBytesMask(Layout<out>::pattern, false, false, packed),
+                              tail = sixBytesMask(Layout<out>::pattern, false, true, packed),
+                              headSource = sixBytesMask(Layout<out>::pattern, true, false, packed),
+                              tailSource = sixBytesMask(Layout<out>::pattern, true, true, packed);
     __m256i h = _mm256_shuffle_epi8(computed, loadMask(head));
     __m256i t = _mm256_shuffle_epi8(computed, loadMask(tail));
     if constexpr (out == OUT_HSY) {
@@ -272,11 +289,29 @@ template <Output out> FRAMEHUB_AVX2 inline void storeSixBytes(uint8_t* dst, __m2
     storeTwentyFourPerLane(dst, h, t);
 }
 
-// Two bytes a macro-pixel from the low 16 bits of each word.
-FRAMEHUB_AVX2 inline void storeTwoBytes(uint8_t* dst, __m256i words)
+// The low 8 bytes of each lane, lane 0 first.
+FRAMEHUB_AVX2 inline void storeSixteen(uint8_t* dst, __m256i bytes)
 {
-    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(words, words), _MM_SHUFFLE(3, 1, 2, 0));
+    const __m256i packed = _mm256_permute4x64_epi64(bytes, _MM_SHUFFLE(3, 1, 2, 0));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm256_castsi256_si128(packed));
+}
+
+// The low byte of each hue word, twice.
+FRAMEHUB_AVX2 inline void storeHues(uint8_t* dst, __m256i hue)
+{
+    const int8_t Z = -1;
+    const __m256i twice = _mm256_setr_epi8(
+        0, 0, 4, 4, 8, 8, 12, 12, Z, Z, Z, Z, Z, Z, Z, Z, 0, 0, 4, 4, 8, 8, 12, 12, Z, Z, Z, Z, Z, Z, Z, Z);
+    storeSixteen(dst, _mm256_shuffle_epi8(hue, twice));
+}
+
+// S0 and S1 of each macro-pixel; the saturating packs do the clamp.
+FRAMEHUB_AVX2 inline void storeSaturations(uint8_t* dst, __m256i s0, __m256i s1)
+{
+    const __m256i interleave = _mm256_setr_epi8(
+        0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+    const __m256i words = _mm256_packs_epi32(s0, s1); // S0 0-3, S1 0-3 a lane
+    storeSixteen(dst, _mm256_shuffle_epi8(_mm256_packus_epi16(words, words), interleave));
 }
 
 template <Output out, Fetch fetch>
@@ -297,7 +332,8 @@ FRAMEHUB_AVX2 Size hueBlocks(const uint8_t* __restrict src, uint8_t* __restrict 
             __m256i h, g, wordsA, wordsB;
             classifyAvx2<true, false>(m, h, unused, unused);
             classifyAvx2<true, false>(n, g, unused, unused);
-            wheelAvx2(h, g, wordsA, wordsB);
+            const __m256i low = _mm256_set1_epi32(0xFF);
+            wheelAvx2(_mm256_and_si256(h, low), _mm256_and_si256(g, low), wordsA, wordsB);
             storeSixBytes<out>(dst + outStep * i, wordsA, m);
             if (!both)
                 return i + 8;
@@ -311,12 +347,15 @@ FRAMEHUB_AVX2 Size hueBlocks(const uint8_t* __restrict src, uint8_t* __restrict 
         classifyAvx2<wantHue, wantSaturation>(m, h, s0, s1);
         uint8_t* p = dst + outStep * i;
         if constexpr (out == OUT_H)
-            storeTwoBytes(p, _mm256_or_si256(h, _mm256_slli_epi32(h, 8)));
+            storeHues(p, h);
         else if constexpr (out == OUT_S)
-            storeTwoBytes(p, _mm256_or_si256(s0, _mm256_slli_epi32(s1, 8)));
+            storeSaturations(p, s0, s1);
         else
-            storeSixBytes<out>(
-                p, _mm256_or_si256(_mm256_or_si256(h, _mm256_slli_epi32(s0, 8)), _mm256_slli_epi32(s1, 16)), m);
+            // The saturating packs clamp S0 and S1; H is its low byte.
+            storeSixBytes<out>(p,
+                _mm256_packus_epi16(_mm256_packs_epi32(s0, s1),
+                    _mm256_packs_epi32(_mm256_and_si256(h, _mm256_set1_epi32(0xFF)), _mm256_setzero_si256())),
+                m);
     }
     return i;
 }

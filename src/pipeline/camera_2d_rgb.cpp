@@ -1,18 +1,24 @@
 // Targets made of red, green and blue. At a width ratio of 1 the colour
-// targets go through the library conversion and the planes through an exact
-// per-pixel formula; a downscale uses one cheaper formula for all five, one
-// set of multiplications a macro-pixel. The two paths are meant to differ.
+// targets give the library conversion's bytes (its arithmetic with 20
+// fractional bits, or the library itself on CPUs without the vector paths)
+// and the planes an exact per-pixel formula; a downscale uses one cheaper
+// formula for all five, one set of multiplications a macro-pixel. The two
+// paths are meant to differ.
 #include "pipeline/camera_2d.h"
 #include "pipeline/camera_2d_simd.h"
+#include "pipeline/fixed_point.h"
 
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace Kelmo {
 namespace FrameHub {
 
 namespace {
+
+using namespace fixed;
 
 typedef uint64_t Size;
 
@@ -23,13 +29,13 @@ constexpr Size bytesPerPixel(Output out) { return out == OUT_RGB || out == OUT_B
 // Fixed point with 8 fractional bits; the shift floors, so white gives 254.
 inline uint8_t finish(int32_t value)
 {
-    value >>= 8;
+    value >>= kFractionBits;
     return static_cast<uint8_t>(value <= 0 ? 0 : value > 255 ? 255 : value);
 }
 
-inline int32_t redTerm(int32_t, int32_t v) { return 409 * v; }
-inline int32_t greenTerm(int32_t u, int32_t v) { return -100 * u - 208 * v; }
-inline int32_t blueTerm(int32_t u, int32_t) { return 516 * u; }
+inline int32_t redTerm(int32_t, int32_t v) { return kRedFromV * v; }
+inline int32_t greenTerm(int32_t u, int32_t v) { return kGreenFromU * u + kGreenFromV * v; }
+inline int32_t blueTerm(int32_t u, int32_t) { return kBlueFromU * u; }
 
 // One destination pixel from the macro-pixel at each step: the mean of its
 // two lumas with its chroma. RGB truncates the luma sum before the gain and
@@ -38,10 +44,10 @@ template <Output out> void downscaleRow(const uint8_t* __restrict src, uint8_t* 
 {
     for (Size k = 0; k < n; ++k) {
         const uint8_t* m = src + step * k;
-        const int32_t sum = m[0] + m[2] - 32;
-        const int32_t luma = out == OUT_RGB ? 298 * (sum / 2) : 149 * sum;
-        const int32_t u = m[1] - 128;
-        const int32_t v = m[3] - 128;
+        const int32_t sum = m[0] + m[2] - 2 * kLumaBlack;
+        const int32_t luma = out == OUT_RGB ? kLumaGain * (sum / 2) : kHalfLumaGain * sum;
+        const int32_t u = m[1] - kChromaZero;
+        const int32_t v = m[3] - kChromaZero;
         uint8_t* p = dst + bytesPerPixel(out) * k;
         if (out == OUT_RGB) {
             p[0] = finish(luma + redTerm(u, v));
@@ -67,11 +73,40 @@ template <Output out> void planeRow(const uint8_t* __restrict src, uint8_t* __re
 {
     for (Size i = 0; i < pairs; ++i) {
         const uint8_t* m = src + 4 * i;
-        const int32_t u = m[1] - 128;
-        const int32_t v = m[3] - 128;
+        const int32_t u = m[1] - kChromaZero;
+        const int32_t v = m[3] - kChromaZero;
         const int32_t term = out == OUT_R ? redTerm(u, v) : out == OUT_G ? greenTerm(u, v) : blueTerm(u, v);
-        dst[2 * i] = finish(298 * (m[0] - 16) + term);
-        dst[2 * i + 1] = finish(298 * (m[2] - 16) + term);
+        dst[2 * i] = finish(kLumaGain * (m[0] - kLumaBlack) + term);
+        dst[2 * i + 1] = finish(kLumaGain * (m[2] - kLumaBlack) + term);
+    }
+}
+
+// Full scale RGB or BGR, each pixel its own luma, with the library
+// conversion's 20 fractional bits and its rounding: the definition of the
+// bytes it writes. All in 32-bit signed arithmetic, which cannot overflow.
+inline uint8_t finishWide(int32_t value)
+{
+    value >>= kWideFractionBits;
+    return static_cast<uint8_t>(value < 0 ? 0 : value > 255 ? 255 : value);
+}
+
+template <Output out> void wideRow(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
+{
+    constexpr int red = out == OUT_RGB ? 0 : 2, blue = 2 - red;
+    for (Size i = 0; i < pairs; ++i) {
+        const uint8_t* m = src + 4 * i;
+        const int32_t u = m[1] - kChromaZero;
+        const int32_t v = m[3] - kChromaZero;
+        const int32_t r = kWideRoundingHalf + kWideRedFromV * v;
+        const int32_t g = kWideRoundingHalf + kWideGreenFromV * v + kWideGreenFromU * u;
+        const int32_t b = kWideRoundingHalf + kWideBlueFromU * u;
+        for (int k = 0; k < 2; ++k) {
+            const int32_t y = std::max(0, m[2 * k] - kLumaBlack) * kWideLumaGain;
+            uint8_t* p = dst + 6 * i + 3 * k;
+            p[red] = finishWide(y + r);
+            p[1] = finishWide(y + g);
+            p[blue] = finishWide(y + b);
+        }
     }
 }
 
@@ -90,22 +125,25 @@ FRAMEHUB_AVX2 inline void downscaleChannels(__m256i m, __m256i& red, __m256i& gr
     __m256i luma, constant;
     if constexpr (out == OUT_RGB) {
         // 298 (S / 2), S = Y0 + Y1 - 32 truncated toward zero before the gain.
-        const __m256i s = _mm256_sub_epi32(_mm256_madd_epi16(lumas, factors(1, 1)), _mm256_set1_epi32(32));
+        const __m256i s = _mm256_sub_epi32(_mm256_madd_epi16(lumas, factors(1, 1)), _mm256_set1_epi32(2 * kLumaBlack));
         const __m256i half = _mm256_srai_epi32(_mm256_sub_epi32(s, _mm256_srai_epi32(s, 31)), 1);
-        luma = _mm256_madd_epi16(half, factors(298, 0)); // half fits the low 16 bits
+        luma = _mm256_madd_epi16(half, factors(kLumaGain, 0)); // half fits the low 16 bits
         constant = _mm256_setzero_si256();
     } else {
-        luma = _mm256_madd_epi16(lumas, factors(149, 149));
-        constant = _mm256_set1_epi32(-4768); // 149 times the black level of a sum
+        luma = _mm256_madd_epi16(lumas, factors(kHalfLumaGain, kHalfLumaGain));
+        constant = _mm256_set1_epi32(kLumaSumBias);
     }
     // Chroma terms with the chroma zero folded in.
-    const __m256i r = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(0, 409)), _mm256_set1_epi32(-52352));
-    const __m256i g = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(-100, -208)), _mm256_set1_epi32(39424));
-    const __m256i b = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(516, 0)), _mm256_set1_epi32(-66048));
+    const __m256i r
+        = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(0, kRedFromV)), _mm256_set1_epi32(kRedChromaBias));
+    const __m256i g = _mm256_add_epi32(
+        _mm256_madd_epi16(chroma, factors(kGreenFromU, kGreenFromV)), _mm256_set1_epi32(kGreenChromaBias));
+    const __m256i b
+        = _mm256_add_epi32(_mm256_madd_epi16(chroma, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueChromaBias));
     const __m256i base = _mm256_add_epi32(luma, constant);
-    red = _mm256_srai_epi32(_mm256_add_epi32(base, r), 8);
-    green = _mm256_srai_epi32(_mm256_add_epi32(base, g), 8);
-    blue = _mm256_srai_epi32(_mm256_add_epi32(base, b), 8);
+    red = _mm256_srai_epi32(_mm256_add_epi32(base, r), kFractionBits);
+    green = _mm256_srai_epi32(_mm256_add_epi32(base, g), kFractionBits);
+    blue = _mm256_srai_epi32(_mm256_add_epi32(base, b), kFractionBits);
 }
 
 // The saturating packs clamp exactly as finish does.
@@ -196,18 +234,20 @@ FRAMEHUB_AVX2 void planeRowAvx2(const uint8_t* __restrict src, uint8_t* __restri
             __m256i sum;
             if constexpr (out == OUT_R) {
                 const __m256i yv = _mm256_shuffle_epi8(m, loadMask(withV[h]));
-                sum = _mm256_add_epi32(_mm256_madd_epi16(yv, factors(298, 409)), _mm256_set1_epi32(-57120));
+                sum = _mm256_add_epi32(_mm256_madd_epi16(yv, factors(kLumaGain, kRedFromV)),
+                    _mm256_set1_epi32(kLumaBias + kRedChromaBias));
             } else if constexpr (out == OUT_B) {
                 const __m256i yu = _mm256_shuffle_epi8(m, loadMask(withU[h]));
-                sum = _mm256_add_epi32(_mm256_madd_epi16(yu, factors(298, 516)), _mm256_set1_epi32(-70816));
+                sum = _mm256_add_epi32(_mm256_madd_epi16(yu, factors(kLumaGain, kBlueFromU)),
+                    _mm256_set1_epi32(kLumaBias + kBlueChromaBias));
             } else {
                 const __m256i yu = _mm256_shuffle_epi8(m, loadMask(withU[h]));
                 const __m256i yv = _mm256_shuffle_epi8(m, loadMask(withV[h]));
-                sum = _mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(yu, factors(298, -100)),
-                                           _mm256_madd_epi16(yv, factors(0, -208))),
-                    _mm256_set1_epi32(34656));
+                sum = _mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(yu, factors(kLumaGain, kGreenFromU)),
+                                           _mm256_madd_epi16(yv, factors(0, kGreenFromV))),
+                    _mm256_set1_epi32(kLumaBias + kGreenChromaBias));
             }
-            value[h] = _mm256_srai_epi32(sum, 8);
+            value[h] = _mm256_srai_epi32(sum, kFractionBits);
         }
         // Lanes hold pixels 0-3 and 8-11 of the first half, 4-7 and 12-15 of
         // the second: the pack puts them in order within each lane.
@@ -216,6 +256,79 @@ FRAMEHUB_AVX2 void planeRowAvx2(const uint8_t* __restrict src, uint8_t* __restri
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 2 * i), _mm256_castsi256_si128(low));
     }
     planeRow<out>(src + 4 * i, dst + 2 * i, pairs - i);
+}
+
+// The layout of one lane's eight pixels: from rg, the reds then the greens,
+// from bb the blues (twice); output bytes 0-15 (head) or 16-23 (tail), red
+// first or blue first.
+constexpr ByteMask wideMask(bool fromBlue, bool tail, bool bgr)
+{
+    ByteMask m {};
+    for (int i = 0; i < 32; ++i)
+        m.b[i] = -1;
+    for (int lane = 0; lane < 2; ++lane)
+        for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
+            const int pixel = o / 3, channel = bgr ? 2 - o % 3 : o % 3;
+            const int index = pixel / 2 + 4 * (pixel % 2);
+            if ((channel == 2) == fromBlue)
+                m.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(channel == 1 ? 8 + index : index);
+        }
+    return m;
+}
+
+// One primary of the even and the odd pixels, shifted and packed to 16 bits:
+// even pixels 0-3, odd 0-3, even 4-7, odd 4-7 (so the layout masks read
+// pixel p at p / 2 + 4 (p % 2)).
+FRAMEHUB_AVX2 inline __m256i wideChannel(__m256i even, __m256i odd, __m256i chroma)
+{
+    return _mm256_packs_epi32(_mm256_srai_epi32(_mm256_add_epi32(even, chroma), kWideFractionBits),
+        _mm256_srai_epi32(_mm256_add_epi32(odd, chroma), kWideFractionBits));
+}
+
+// Eight macro-pixels a block: the even and odd pixels' luma terms and the
+// three chroma terms of each macro-pixel in 32-bit lanes; the packs clamp as
+// finishWide does. The 32-bit lanes are what exactness costs: about 45
+// vector operations for sixteen pixels.
+template <Output out> FRAMEHUB_AVX2 void wideRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
+{
+    constexpr bool bgr = out == OUT_BGR;
+    static constexpr ByteMask head = wideMask(false, false, bgr), tail = wideMask(false, true, bgr),
+                              headBlue = wideMask(true, false, bgr), tailBlue = wideMask(true, true, bgr);
+    const __m256i lowByte = _mm256_set1_epi32(0xFF);
+    const __m256i black = _mm256_set1_epi32(kLumaBlack | kLumaBlack << 16);
+    const __m256i pickU = _mm256_set1_epi32(0x100); // byte 1 times 1, the others times 0
+    const int8_t Z = -1;
+    const __m256i pickOdd = _mm256_setr_epi8(
+        2, Z, Z, Z, 6, Z, Z, Z, 10, Z, Z, Z, 14, Z, Z, Z, 2, Z, Z, Z, 6, Z, Z, Z, 10, Z, Z, Z, 14, Z, Z, Z);
+    const __m256i lumaGain = _mm256_set1_epi32(kWideLumaGain);
+    const __m256i redFromV = _mm256_set1_epi32(kWideRedFromV), blueFromU = _mm256_set1_epi32(kWideBlueFromU);
+    const __m256i greenFromU = _mm256_set1_epi32(kWideGreenFromU), greenFromV = _mm256_set1_epi32(kWideGreenFromV);
+    // Rounding and chroma zero folded into one constant per primary.
+    const __m256i redBias = _mm256_set1_epi32(kWideRoundingHalf - kWideRedFromV * kChromaZero);
+    const __m256i greenBias = _mm256_set1_epi32(kWideRoundingHalf - (kWideGreenFromU + kWideGreenFromV) * kChromaZero);
+    const __m256i blueBias = _mm256_set1_epi32(kWideRoundingHalf - kWideBlueFromU * kChromaZero);
+    Size i = 0;
+    for (; i + 8 <= pairs; i += 8) {
+        const __m256i m = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 4 * i));
+        const __m256i lumas = _mm256_subs_epu8(m, black); // max(0, Y - 16), U and V kept
+        const __m256i even = _mm256_mullo_epi32(_mm256_and_si256(lumas, lowByte), lumaGain);
+        const __m256i odd = _mm256_mullo_epi32(_mm256_shuffle_epi8(lumas, pickOdd), lumaGain);
+        const __m256i u = _mm256_maddubs_epi16(m, pickU);
+        const __m256i v = _mm256_srli_epi32(m, 24);
+        const __m256i r = _mm256_add_epi32(_mm256_mullo_epi32(v, redFromV), redBias);
+        const __m256i g = _mm256_add_epi32(
+            _mm256_add_epi32(_mm256_mullo_epi32(u, greenFromU), _mm256_mullo_epi32(v, greenFromV)), greenBias);
+        const __m256i b = _mm256_add_epi32(_mm256_mullo_epi32(u, blueFromU), blueBias);
+        const __m256i rg = _mm256_packus_epi16(wideChannel(even, odd, r), wideChannel(even, odd, g));
+        const __m256i blue = wideChannel(even, odd, b);
+        const __m256i bb = _mm256_packus_epi16(blue, blue);
+        const __m256i h
+            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(head)), _mm256_shuffle_epi8(bb, loadMask(headBlue)));
+        const __m256i t
+            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(tail)), _mm256_shuffle_epi8(bb, loadMask(tailBlue)));
+        storeTwentyFourPerLane(dst + 6 * i, h, t);
+    }
+    wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
 }
 #endif
 
@@ -259,6 +372,22 @@ void libraryConvert(ImageBuffer& source, ImageBuffer& destination, int code)
     cv::cvtColor(from, to, code, 0);
 }
 
+// The library's bytes, as the library writes them: only into a destination
+// of the source's size, which both images, packed, walk as one run. Without
+// the vector paths the library's own vector code is the faster one.
+template <Output out> void wideConvert(ImageBuffer& source, ImageBuffer& destination, int code)
+{
+    if (!simd::supported()) {
+        libraryConvert(source, destination, code);
+        return;
+    }
+    const Resolution in = source.getResolution();
+    if (in != destination.getResolution())
+        return;
+    const auto row = FRAMEHUB_FASTEST(&wideRowAvx2<out>, &wideRow<out>);
+    row(source.getData(), destination.getData(), in.width * in.height / 2);
+}
+
 inline bool isFullScale(ImageBuffer& source, ImageBuffer& destination)
 {
     return source.getResolution().width / destination.getResolution().width == 1;
@@ -269,14 +398,14 @@ inline bool isFullScale(ImageBuffer& source, ImageBuffer& destination)
 bool Camera2D::convertYUV422toRGBnoScale(
     boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
 {
-    libraryConvert(*source, *destination, cv::COLOR_YUV2RGB_YUY2);
+    wideConvert<OUT_RGB>(*source, *destination, cv::COLOR_YUV2RGB_YUY2);
     return true;
 }
 
 bool Camera2D::convertYUV422toBGRnoScale(
     boost::shared_ptr<ImageBuffer> source, boost::shared_ptr<ImageBuffer> destination)
 {
-    libraryConvert(*source, *destination, cv::COLOR_YUV2BGR_YUY2);
+    wideConvert<OUT_BGR>(*source, *destination, cv::COLOR_YUV2BGR_YUY2);
     return true;
 }
 

@@ -19,6 +19,8 @@ namespace Kelmo {
 namespace FrameHub {
 namespace simd {
 
+// True when the CPU has AVX2 and FMA, whatever the switch says.
+bool supported();
 // True when the CPU has AVX2 and FMA and the vector paths are switched on.
 bool enabled();
 // On by default; tests switch it off to compare against the scalar paths.

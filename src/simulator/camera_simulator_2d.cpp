@@ -1,5 +1,7 @@
 #include "simulator/camera_simulator_2d.h"
 
+#include "pipeline/fixed_point.h"
+
 #include "types/framehub_log.h"
 
 #include <lumo/os.h>
@@ -12,18 +14,24 @@ namespace FrameHub {
 FRAMEHUB_LOG_CATEGORY("vision.framehub.camerasimulator2d")
 
 namespace {
-// Integer BT.601, offset chroma; stored as the low 8 bits.
+using namespace fixed;
+
+// Integer BT.601, offset chroma; stored as the low 8 bits, so subtracting
+// the chroma zero is adding it.
 inline uint8_t lumaOf(const uint8_t* p)
 {
-    return static_cast<uint8_t>(((66 * p[0] + 129 * p[1] + 25 * p[2] + 128) >> 8) + 16);
+    return static_cast<uint8_t>(
+        ((kLumaFromR * p[0] + kLumaFromG * p[1] + kLumaFromB * p[2] + kRoundingHalf) >> kFractionBits) + kLumaBlack);
 }
 inline uint8_t blueChromaOf(const uint8_t* p)
 {
-    return static_cast<uint8_t>(((-38 * p[0] - 74 * p[1] + 112 * p[2] + 128) >> 8) - 128);
+    return static_cast<uint8_t>(
+        ((kUFromR * p[0] + kUFromG * p[1] + kUFromB * p[2] + kRoundingHalf) >> kFractionBits) - kChromaZero);
 }
 inline uint8_t redChromaOf(const uint8_t* p)
 {
-    return static_cast<uint8_t>(((112 * p[0] - 94 * p[1] - 18 * p[2] + 128) >> 8) - 128);
+    return static_cast<uint8_t>(
+        ((kVFromR * p[0] + kVFromG * p[1] + kVFromB * p[2] + kRoundingHalf) >> kFractionBits) - kChromaZero);
 }
 
 // Two pixels sharing a group: both lumas, chroma averaged by truncation.
