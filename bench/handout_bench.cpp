@@ -1,6 +1,8 @@
 // The per-frame hand-out: getImage plus releaseImage when a fresh converted
 // image is waiting, on one and several threads, against the fetch that has
 // to grab and convert a 640x480 frame.
+#include "hub_fixture.h"
+
 #include <framehub/frame_hub.h>
 #include <lumo/log.h>
 #include <lumo/os.h>
@@ -16,18 +18,6 @@ using namespace Kelmo::FrameHub;
 namespace {
 
 const int kCameras = 8;
-
-CameraInfo camera(const std::string& name)
-{
-    CameraInfo info;
-    info.name = name;
-    info.model = "Simulator2D";
-    info.fieldOfView = FieldOfView(1.0f, 0.75f);
-    info.resolutions = { { 160, 120 }, { 320, 240 }, { 640, 480 } };
-    info.colorSpaces = { COLORSPACE_YUV_422, COLORSPACE_RGB_888 };
-    info.frameRates = { 5, 15, 30 };
-    return info;
-}
 
 void put(FrameHub& hub, const std::string& name)
 {
@@ -49,7 +39,7 @@ struct Setup {
         lumo::log::setLevel(1);
         for (int c = 0; c < kCameras; ++c) {
             const std::string name = "cam" + std::to_string(c);
-            hub.addCamera(camera(name));
+            hub.addCamera(simulator2D(name));
             cached.emplace_back();
             for (int t = 0; t < 8; ++t)
                 cached.back().push_back(
@@ -71,7 +61,7 @@ struct Setup {
         }
         // A frame stamped now is stale one period later, so every fetch of
         // this subscriber grabs the stored frame and converts it.
-        hub.addCamera(camera("live"));
+        hub.addCamera(simulator2D("live"));
         converting.push_back(hub.subscribeCamera("convert", "live", Resolution(640, 480), COLORSPACE_RGB_888, 30));
         converting.push_back(hub.subscribeCamera("convertY", "live", Resolution(640, 480), COLORSPACE_Y_8, 30));
         put(hub, "live");
@@ -84,10 +74,11 @@ Setup& setup()
     return *instance;
 }
 
-void BM_CachedHandoutOneCamera(benchmark::State& state)
+// A cached fetch and its release, by the subscriber the thread picks.
+template <const std::string& (*Pick)(Setup&, int thread)> void cachedHandout(benchmark::State& state)
 {
     Setup& s = setup();
-    const std::string& name = s.cached[0][state.thread_index()];
+    const std::string& name = Pick(s, state.thread_index());
     for (auto _ : state) {
         auto image = s.hub.getImage(name);
         benchmark::DoNotOptimize(image.get());
@@ -95,6 +86,14 @@ void BM_CachedHandoutOneCamera(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations());
 }
+
+// Every thread on the first camera, or each on a camera of its own.
+const std::string& oneCamera(Setup& s, int thread) { return s.cached[0][thread]; }
+const std::string& ownCamera(Setup& s, int thread) { return s.cached[thread % kCameras][0]; }
+
+void BM_CachedHandoutOneCamera(benchmark::State& state) { cachedHandout<oneCamera>(state); }
+void BM_CachedHandoutSeparateCameras(benchmark::State& state) { cachedHandout<ownCamera>(state); }
+
 BENCHMARK(BM_CachedHandoutOneCamera)
     ->Threads(1)
     ->Threads(2)
@@ -102,18 +101,6 @@ BENCHMARK(BM_CachedHandoutOneCamera)
     ->UseRealTime()
     ->Repetitions(5)
     ->ReportAggregatesOnly(true);
-
-void BM_CachedHandoutSeparateCameras(benchmark::State& state)
-{
-    Setup& s = setup();
-    const std::string& name = s.cached[state.thread_index() % kCameras][0];
-    for (auto _ : state) {
-        auto image = s.hub.getImage(name);
-        benchmark::DoNotOptimize(image.get());
-        s.hub.releaseImage(name);
-    }
-    state.SetItemsProcessed(state.iterations());
-}
 BENCHMARK(BM_CachedHandoutSeparateCameras)
     ->Threads(1)
     ->Threads(2)

@@ -6,6 +6,8 @@
 // per delivered frame, with and without the feeder's share, and how long a
 // fetch takes (median, 99th percentile, worst); with --csv=FILE
 // it also writes them for bench/plot_scaling.py. Public API only.
+#include "hub_fixture.h"
+
 #include <framehub/frame_hub.h>
 #include <lumo/log.h>
 
@@ -53,14 +55,8 @@ double threadCpuSeconds()
 
 CameraInfo camera()
 {
-    CameraInfo info;
-    info.name = "cam";
-    info.model = "Simulator2D";
-    info.fieldOfView = FieldOfView(1.0f, 0.75f);
-    info.resolutions = { { 160, 120 }, { 320, 240 }, { 640, 480 } };
-    info.colorSpaces = { COLORSPACE_YUV_422 };
-    info.frameRates = { 5, 15, 30 };
-    return info;
+    return simulatorInfo(
+        "cam", "Simulator2D", { { 160, 120 }, { 320, 240 }, { 640, 480 } }, { COLORSPACE_YUV_422 }, { 5, 15, 30 });
 }
 
 struct Point {

@@ -5,6 +5,8 @@
 // contract requires. The only exceptions let through are the builder's, and
 // the std::out_of_range that setDefaultActiveCamera throws by design after a
 // multi-stream subscriber emptied its camera list.
+#include "hub_fixture.h"
+
 #include <framehub/frame_hub.h>
 
 #include <kelmoerror/kelmo_error.h>
@@ -52,22 +54,10 @@ private:
 
 std::vector<CameraInfo> cameras()
 {
-    CameraInfo front;
-    front.name = "front";
-    front.model = "Simulator2D";
-    front.fieldOfView = FieldOfView(1.06f, 0.83f);
-    front.resolutions = { { 160, 120 }, { 320, 240 }, { 640, 480 } };
-    front.colorSpaces = { COLORSPACE_YUV_422 };
-    front.frameRates = { 5, 15, 30 };
-    CameraInfo side = front;
-    side.name = "side";
-    side.resolutions = { { 2, 2 }, { 4, 4 } };
-    CameraInfo depth = front;
-    depth.name = "depth";
-    depth.model = "Simulator3D";
-    depth.resolutions = { { 80, 60 }, { 160, 120 } };
-    depth.colorSpaces = { COLORSPACE_DEPTH_16 };
-    return { front, side, depth };
+    return { simulatorInfo("front", "Simulator2D", { { 160, 120 }, { 320, 240 }, { 640, 480 } }, { COLORSPACE_YUV_422 },
+                 { 5, 15, 30 }),
+        simulatorInfo("side", "Simulator2D", { { 2, 2 }, { 4, 4 } }, { COLORSPACE_YUV_422 }, { 5, 15, 30 }),
+        simulatorInfo("depth", "Simulator3D", { { 80, 60 }, { 160, 120 } }, { COLORSPACE_DEPTH_16 }, { 5, 15, 30 }) };
 }
 
 uint64_t dimension(Input& in)
