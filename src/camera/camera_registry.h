@@ -33,7 +33,7 @@ template <typename Backend> boost::shared_ptr<Camera> makeCamera(const CameraInf
 } // namespace FrameHub
 } // namespace Kelmo
 
-// One line in a back-end's folder: FRAMEHUB_REGISTER_CAMERA_MODEL("Simulator2D", CameraSimulator2D);
+// One line in a back-end's folder: FRAMEHUB_REGISTER_CAMERA_MODEL("MyModel", CameraMyModel)
 #define FRAMEHUB_REGISTER_CAMERA_MODEL(model, Backend)                                                                 \
     namespace {                                                                                                        \
     const bool framehubRegistered##Backend                                                                             \
