@@ -1,0 +1,324 @@
+// The GStreamer camera with real elements: test sources, a clip written here,
+// broken pipelines and a source that stalls.
+#include "log_capture.h"
+
+#include "gstreamer/camera_gstreamer.h"
+
+#include <framehub/camera_builder.h>
+#include <framehub/frame_hub.h>
+#include <lumo/os.h>
+
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+using namespace Kelmo::FrameHub;
+
+namespace {
+
+// Real time plus an offset the test moves ahead, so that every fetch finds
+// the rings stale and pulls a new frame without the test sleeping.
+std::atomic<int64_t> clockOffset { 0 };
+void skipAheadClock(lumo::os::timeval* tv)
+{
+    const int64_t us
+        = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
+              .count()
+        + clockOffset.load();
+    tv->tv_sec = us / 1000000;
+    tv->tv_usec = us % 1000000;
+}
+int64_t nowMicroseconds()
+{
+    lumo::os::timeval tv;
+    lumo::os::gettimeofday(&tv);
+    return tv.tv_sec * 1000000 + tv.tv_usec;
+}
+
+class GStreamerTest : public ::testing::Test {
+protected:
+    // Empty when all the elements exist, else the skip line.
+    static std::string missing(const std::vector<const char*>& elements)
+    {
+        if (!gst_init_check(nullptr, nullptr, nullptr))
+            return "GStreamer can't be initialised";
+        for (const char* name : elements) {
+            GstElementFactory* factory = gst_element_factory_find(name);
+            if (!factory)
+                return std::string("element ") + name
+                    + " missing (install gstreamer1.0-plugins-base and gstreamer1.0-plugins-good)";
+            gst_object_unref(factory);
+        }
+        return std::string();
+    }
+    void SetUp() override
+    {
+        clockOffset = 0;
+        lumo::os::setClock(skipAheadClock);
+    }
+    void TearDown() override { lumo::os::setClock({}); }
+    static void skipAhead() { clockOffset += 250000; } // longer than any period here
+
+    static CameraInfo info(const std::string& argument)
+    {
+        CameraInfo c;
+        c.name = "gst";
+        c.model = "GStreamer";
+        c.backendArgument = argument;
+        c.fieldOfView = FieldOfView(1.0f, 0.75f);
+        c.resolutions = { { 160, 120 }, { 320, 240 } };
+        c.colorSpaces = { COLORSPACE_YUV_422 };
+        c.frameRates = { 5, 15, 30 };
+        return c;
+    }
+};
+
+const char* const kBaseElements[] = { "videotestsrc", "videoconvert", "videoscale", "videorate", "appsink" };
+std::vector<const char*> base(std::vector<const char*> more = {})
+{
+    more.insert(more.end(), std::begin(kBaseElements), std::end(kBaseElements));
+    return more;
+}
+
+bool near(int value, int expected, int tolerance) { return std::abs(value - expected) <= tolerance; }
+
+TEST_F(GStreamerTest, ServesThreeSubscribersInTheirFormats)
+{
+    const std::string skip = missing(base());
+    if (!skip.empty())
+        GTEST_SKIP() << skip;
+    // RGB (200, 60, 40) is luma 102, chroma 98 and 191 in BT.601 studio range.
+    struct Case {
+        const char* name;
+        const char* argument;
+        bool solid;
+    } cases[] = {
+        { "solid colour", "videotestsrc is-live=true pattern=solid-color foreground-color=0xffc83c28", true },
+        { "moving ball", "videotestsrc is-live=true pattern=ball", false },
+    };
+    struct Client {
+        const char* stem;
+        Resolution size;
+        ColorSpace space;
+        int rate;
+    } clients[] = {
+        { "rgb", { 320, 240 }, COLORSPACE_RGB_888, 30 },
+        { "luma", { 160, 120 }, COLORSPACE_Y_8, 15 },
+        { "yuv", { 320, 240 }, COLORSPACE_YUV_422, 5 },
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        FrameHub hub({ info(c.argument) });
+        std::vector<std::string> names;
+        for (const Client& client : clients)
+            names.push_back(hub.subscribeCamera(client.stem, "gst", client.size, client.space, client.rate));
+        std::vector<int64_t> lastStamp(3, -1);
+        std::vector<uint8_t> lastRgb;
+        for (int round = 0; round < 3; ++round) {
+            skipAhead();
+            for (size_t i = 0; i < 3; ++i) {
+                FrameHub::Buffer image = hub.getImage(names[i]);
+                ASSERT_TRUE(image) << clients[i].stem;
+                EXPECT_EQ(image->getResolution(), clients[i].size);
+                EXPECT_LT(lastStamp[i], image->getTimeStamp());
+                EXPECT_LE(image->getTimeStamp(), nowMicroseconds());
+                EXPECT_GT(image->getTimeStamp(), nowMicroseconds() - 1000000);
+                lastStamp[i] = image->getTimeStamp();
+                const uint8_t* p = image->getData();
+                const size_t bytes = image->getSize();
+                if (c.solid) {
+                    for (size_t b = 0; b < bytes; ++b) {
+                        const int rgb[] = { 200, 60, 40 }, yuyv[] = { 102, 98, 102, 191 };
+                        const int expected = i == 0 ? rgb[b % 3] : i == 1 ? 102 : yuyv[b % 4];
+                        ASSERT_PRED3(near, p[b], expected, 6) << clients[i].stem << " byte " << b;
+                    }
+                } else if (i == 0) {
+                    std::vector<uint8_t> rgb(p, p + bytes);
+                    EXPECT_NE(rgb, lastRgb) << "the ball stood still";
+                    lastRgb.swap(rgb);
+                }
+                hub.releaseImage(names[i]);
+            }
+        }
+    }
+}
+
+TEST_F(GStreamerTest, RenegotiatesTheSizeWhileSubscribed)
+{
+    const std::string skip = missing(base());
+    if (!skip.empty())
+        GTEST_SKIP() << skip;
+    FrameHub hub({ info("videotestsrc is-live=true pattern=solid-color foreground-color=0xffc83c28") });
+    const std::string small = hub.subscribeCamera("small", "gst", { 160, 120 }, COLORSPACE_RGB_888, 30);
+    std::string big;
+    // Each step: who joins or leaves, then the size the camera must capture at.
+    struct Step {
+        const char* name;
+        Resolution camera;
+    } steps[] = { { "alone", { 160, 120 } }, { "big joins", { 320, 240 } }, { "big leaves", { 160, 120 } } };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        if (std::string(step.name) == "big joins")
+            big = hub.subscribeCamera("big", "gst", { 320, 240 }, COLORSPACE_YUV_422, 30);
+        if (std::string(step.name) == "big leaves")
+            hub.unsubscribe(big);
+        EXPECT_EQ(hub.getCameraResolution("gst"), step.camera);
+        skipAhead();
+        FrameHub::Buffer raw = hub.getDirectRawImage(small);
+        ASSERT_TRUE(raw);
+        EXPECT_EQ(raw->getResolution(), step.camera);
+        EXPECT_PRED3(near, raw->getData()[raw->getSize() - 2], 102, 6) << "last luma of the frame";
+        hub.releaseDirectRawImage(small);
+        FrameHub::Buffer image = hub.getImage(small);
+        ASSERT_TRUE(image);
+        EXPECT_EQ(image->getResolution(), Resolution(160, 120));
+        hub.releaseImage(small);
+    }
+}
+
+TEST_F(GStreamerTest, PlaysAClipToItsEndOrLoopsIt)
+{
+    const std::string skip = missing(base({ "jpegenc", "avimux", "filesink", "filesrc", "decodebin", "jpegdec" }));
+    if (!skip.empty())
+        GTEST_SKIP() << skip;
+    const std::filesystem::path dir
+        = std::filesystem::temp_directory_path() / ("framehub-gst-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    const std::string clip = (dir / "clip.avi").string();
+    const int kFrames = 10;
+    GstElement* writer = gst_parse_launch(("videotestsrc num-buffers=" + std::to_string(kFrames)
+                                              + " pattern=ball ! video/x-raw,width=160,height=120,framerate=30/1 ! "
+                                                "jpegenc ! avimux ! filesink location="
+                                              + clip)
+                                              .c_str(),
+        nullptr);
+    ASSERT_TRUE(writer);
+    gst_element_set_state(writer, GST_STATE_PLAYING);
+    GstBus* bus = gst_element_get_bus(writer);
+    GstMessage* done = gst_bus_timed_pop_filtered(
+        bus, 10 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    const bool written = done && GST_MESSAGE_TYPE(done) == GST_MESSAGE_EOS;
+    if (done)
+        gst_message_unref(done);
+    gst_object_unref(bus);
+    gst_element_set_state(writer, GST_STATE_NULL);
+    gst_object_unref(writer);
+    ASSERT_TRUE(written) << "the clip was not written";
+
+    // videorate may repeat the last frame to fill the clip's duration.
+    struct Case {
+        bool loop;
+        int fetches, expectedAtLeast, expectedAtMost;
+    } cases[] = { { false, kFrames + 8, 1, kFrames + 1 }, { true, 3 * kFrames, 3 * kFrames, 3 * kFrames } };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.loop ? "loop" : "once");
+        LogCapture log;
+        FrameHub hub({ info(std::string(c.loop ? "loop=true " : "") + "filesrc location=" + clip + " ! decodebin") });
+        const std::string name = hub.subscribeCamera("player", "gst", { 160, 120 }, COLORSPACE_RGB_888, 30);
+        int frames = 0, afterEnd = 0;
+        for (int i = 0; i < c.fetches; ++i) {
+            skipAhead();
+            if (hub.getImage(name)) {
+                EXPECT_EQ(afterEnd, 0) << "a frame after the end, also past the core's reset";
+                ++frames;
+            } else {
+                ++afterEnd;
+            }
+            hub.releaseImage(name);
+        }
+        EXPECT_GE(frames, c.expectedAtLeast);
+        EXPECT_LE(frames, c.expectedAtMost);
+        EXPECT_EQ(log.has(4, "gst: end of stream."), !c.loop);
+    }
+    std::filesystem::remove_all(dir);
+}
+
+TEST_F(GStreamerTest, BrokenSourcesLogGStreamersTextAndGiveNothing)
+{
+    const std::string skip = missing(base({ "filesrc", "decodebin" }));
+    if (!skip.empty())
+        GTEST_SKIP() << skip;
+    struct Case {
+        const char* argument;
+        const char* expected;
+    } cases[] = {
+        { "videotestsrc ! ! fakesink", "gst: can't build the pipeline \"videotestsrc ! ! fakesink\": syntax error" },
+        { "nosuchelement", "gst: can't build the pipeline \"nosuchelement\": no element \"nosuchelement\"" },
+        { "filesrc name=clip location=/nonexistent/clip.avi ! decodebin", "gst: clip: Resource not found." },
+        { "", "gst: no source pipeline given." },
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.argument);
+        LogCapture log;
+        FrameHub hub({ info(c.argument) });
+        const std::string name = hub.subscribeCamera("client", "gst", { 160, 120 }, COLORSPACE_RGB_888, 30);
+        for (int i = 0; i < 6; ++i) { // past the core's reset after five misses
+            skipAhead();
+            EXPECT_FALSE(hub.getImage(name));
+            hub.releaseImage(name);
+        }
+        bool found = false;
+        std::string all;
+        for (const lumo::log::Record& r : log.records()) {
+            found |= r.level == 2 && r.message.rfind(c.expected, 0) == 0;
+            all += "\n  " + std::to_string(r.level) + " " + r.message;
+        }
+        EXPECT_TRUE(found) << "no error record starting with: " << c.expected << "; records:" << all;
+    }
+}
+
+// Reaches the pipeline to close a valve inside the source.
+struct GatedCamera : CameraGStreamer {
+    GatedCamera()
+        : CameraGStreamer("gated", "videotestsrc is-live=true ! valve name=gate")
+    {
+        setNativelySupportedResolutions({ { 160, 120 } });
+        setNativelySupportedColorSpaces({ COLORSPACE_YUV_422 });
+        setNativelySupportedFrameRates({ 30 });
+    }
+    void gate(bool closed)
+    {
+        GstElement* valve = gst_bin_get_by_name(GST_BIN(_pipeline), "gate");
+        g_object_set(valve, "drop", closed ? TRUE : FALSE, nullptr);
+        gst_object_unref(valve);
+    }
+};
+
+TEST_F(GStreamerTest, AStalledSourceEndsTheFetchAtItsTimeout)
+{
+    const std::string skip = missing(base({ "valve" }));
+    if (!skip.empty())
+        GTEST_SKIP() << skip;
+    LogCapture log;
+    GatedCamera camera;
+    const CameraPreferences preferences({ 160, 120 }, COLORSPACE_YUV_422, 30);
+    // The sink may still hold one frame from before the valve closed.
+    enum Expect { FRAME, ANY, NOTHING };
+    struct Step {
+        bool closed;
+        Expect expect;
+    } steps[] = { { false, FRAME }, { true, ANY }, { true, NOTHING }, { false, FRAME } };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.closed ? "closed" : "open");
+        skipAhead();
+        if (camera.isStarted())
+            camera.gate(step.closed);
+        const auto start = std::chrono::steady_clock::now();
+        boost::shared_ptr<ImageBuffer> image = camera.getDirectRawImageBuffer(preferences);
+        if (step.expect != ANY) {
+            EXPECT_EQ(static_cast<bool>(image), step.expect == FRAME);
+        }
+        if (image)
+            camera.releaseImageBuffer(image);
+        // A hang guard, not a speed test: the timeout itself is 100 ms.
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    }
+    EXPECT_TRUE(log.has(2, "gated: no frame within 100 ms."));
+}
+
+} // namespace
