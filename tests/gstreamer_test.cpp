@@ -11,6 +11,11 @@
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -83,6 +88,22 @@ std::vector<const char*> base(std::vector<const char*> more = {})
 {
     more.insert(more.end(), std::begin(kBaseElements), std::end(kBaseElements));
     return more;
+}
+
+// A loopback port nobody listens on: bound, read, closed.
+int freePort()
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    int port = 0;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0
+        && ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+        port = ntohs(address.sin_port);
+    ::close(fd);
+    return port;
 }
 
 bool near(int value, int expected, int tolerance) { return std::abs(value - expected) <= tolerance; }
@@ -240,16 +261,19 @@ TEST_F(GStreamerTest, PlaysAClipToItsEndOrLoopsIt)
 
 TEST_F(GStreamerTest, BrokenSourcesLogGStreamersTextAndGiveNothing)
 {
-    const std::string skip = missing(base({ "filesrc", "decodebin" }));
+    const std::string skip = missing(base({ "filesrc", "decodebin", "rtspsrc" }));
     if (!skip.empty())
         GTEST_SKIP() << skip;
+    const std::string unreachable
+        = "rtspsrc name=ip location=rtsp://127.0.0.1:" + std::to_string(freePort()) + "/stream ! decodebin";
     struct Case {
-        const char* argument;
+        std::string argument;
         const char* expected;
     } cases[] = {
         { "videotestsrc ! ! fakesink", "gst: can't build the pipeline \"videotestsrc ! ! fakesink\": syntax error" },
         { "nosuchelement", "gst: can't build the pipeline \"nosuchelement\": no element \"nosuchelement\"" },
         { "filesrc name=clip location=/nonexistent/clip.avi ! decodebin", "gst: clip: Resource not found." },
+        { unreachable, "gst: ip: Could not open resource for reading and writing." },
         { "", "gst: no source pipeline given." },
     };
     for (const Case& c : cases) {
