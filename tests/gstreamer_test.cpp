@@ -139,7 +139,7 @@ TEST_F(GStreamerTest, ServesThreeSubscribersInTheirFormats)
         for (const Client& client : clients)
             names.push_back(hub.subscribeCamera(client.stem, "gst", client.size, client.space, client.rate));
         std::vector<int64_t> lastStamp(3, -1);
-        std::vector<uint8_t> lastRgb;
+        std::vector<uint8_t> firstRgb;
         for (int round = 0; round < 3; ++round) {
             skipAhead();
             for (size_t i = 0; i < 3; ++i) {
@@ -158,10 +158,11 @@ TEST_F(GStreamerTest, ServesThreeSubscribersInTheirFormats)
                         const int expected = i == 0 ? rgb[b % 3] : i == 1 ? 102 : yuyv[b % 4];
                         ASSERT_PRED3(near, p[b], expected, 6) << clients[i].stem << " byte " << b;
                     }
-                } else if (i == 0) {
-                    std::vector<uint8_t> rgb(p, p + bytes);
-                    EXPECT_NE(rgb, lastRgb) << "the ball stood still";
-                    lastRgb.swap(rgb);
+                } else if (i == 0 && round == 0) {
+                    firstRgb.assign(p, p + bytes);
+                } else if (i == 0 && round == 2) {
+                    // Not frame to frame: under load videorate repeats frames.
+                    EXPECT_FALSE(std::equal(p, p + bytes, firstRgb.begin())) << "the ball stood still";
                 }
                 hub.releaseImage(names[i]);
             }
@@ -321,27 +322,26 @@ TEST_F(GStreamerTest, AStalledSourceEndsTheFetchAtItsTimeout)
     LogCapture log;
     GatedCamera camera;
     const CameraPreferences preferences({ 160, 120 }, COLORSPACE_YUV_422, 30);
-    // The sink may still hold one frame from before the valve closed.
-    enum Expect { FRAME, ANY, NOTHING };
-    struct Step {
-        bool closed;
-        Expect expect;
-    } steps[] = { { false, FRAME }, { true, ANY }, { true, NOTHING }, { false, FRAME } };
-    for (const Step& step : steps) {
-        SCOPED_TRACE(step.closed ? "closed" : "open");
+    // Each fetch returns, and its time is a hang guard, not a speed test: the
+    // timeout itself is 100 ms.
+    auto fetch = [&]() {
         skipAhead();
-        if (camera.isStarted())
-            camera.gate(step.closed);
         const auto start = std::chrono::steady_clock::now();
         boost::shared_ptr<ImageBuffer> image = camera.getDirectRawImageBuffer(preferences);
-        if (step.expect != ANY) {
-            EXPECT_EQ(static_cast<bool>(image), step.expect == FRAME);
-        }
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
         if (image)
             camera.releaseImageBuffer(image);
-        // A hang guard, not a speed test: the timeout itself is 100 ms.
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-    }
+        return static_cast<bool>(image);
+    };
+    EXPECT_TRUE(fetch());
+    camera.gate(true);
+    // Frames already past the valve still arrive, a few at most.
+    int inFlight = 0;
+    while (inFlight < 4 && fetch())
+        ++inFlight;
+    EXPECT_LT(inFlight, 4);
+    camera.gate(false);
+    EXPECT_TRUE(fetch());
     EXPECT_TRUE(log.has(2, "gated: no frame within 100 ms."));
 }
 

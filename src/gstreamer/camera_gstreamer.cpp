@@ -26,8 +26,9 @@ const char* const kSinkName = "framehub_sink";
 // A fetch pulls in slices this long so that an error on the bus ends it
 // early instead of at the deadline.
 const int64_t kSliceMilliseconds = 20;
-// Until the first frame after a start: RTSP sources connect, clips preroll.
-const int64_t kFirstFrameMilliseconds = 2000;
+// Until the first frame after a start or a change of format: network
+// sources connect, clips preroll, the elements renegotiate.
+const int64_t kSettlingMilliseconds = 2000;
 // Messages drained per poll; the rest waits for the next fetch.
 const int kMaxMessagesPerPoll = 256;
 
@@ -100,7 +101,7 @@ CameraGStreamer::CameraGStreamer(const std::string& name, const std::string& bac
     , _sink(nullptr)
     , _failed(false)
     , _ended(false)
-    , _awaitingFirstFrame(true)
+    , _settling(true)
 {
     std::string badOption;
     _source = stripOptions(backendArgument, _loop, badOption);
@@ -150,7 +151,7 @@ bool CameraGStreamer::_openDevice()
     _capsFilter = caps;
     _sink = sink;
     _failed = false;
-    _awaitingFirstFrame = true;
+    _settling = true;
     _applyCaps();
     if (!_setState(GST_STATE_READY, __func__)) {
         _closeDevice();
@@ -177,7 +178,7 @@ bool CameraGStreamer::_closeDevice()
 
 bool CameraGStreamer::_startStreaming()
 {
-    _awaitingFirstFrame = true;
+    _settling = true;
     if (_ended)
         return true; // fetches report the end without playing it again
     return _setState(GST_STATE_PLAYING, __func__);
@@ -244,15 +245,22 @@ void CameraGStreamer::_applyCaps()
     GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "YUY2", "width", G_TYPE_INT,
         static_cast<int>(size.width), "height", G_TYPE_INT, static_cast<int>(size.height), "framerate",
         GST_TYPE_FRACTION, std::max(1, _currentPreferences.getRefreshRate()), 1, nullptr);
-    // Setting the property while playing renegotiates upstream.
-    g_object_set(_capsFilter, "caps", caps, nullptr);
+    GstCaps* current = nullptr;
+    g_object_get(_capsFilter, "caps", &current, nullptr);
+    if (!current || !gst_caps_is_equal(current, caps)) {
+        // Setting the property while playing renegotiates upstream.
+        g_object_set(_capsFilter, "caps", caps, nullptr);
+        _settling = true;
+    }
+    if (current)
+        gst_caps_unref(current);
     gst_caps_unref(caps);
 }
 
 int64_t CameraGStreamer::_waitMilliseconds() const
 {
-    if (_awaitingFirstFrame)
-        return kFirstFrameMilliseconds;
+    if (_settling)
+        return kSettlingMilliseconds;
     const int rate = std::max(1, _currentPreferences.getRefreshRate());
     return std::max<int64_t>(3 * 1000 / rate, 2 * kSliceMilliseconds);
 }
@@ -344,7 +352,7 @@ bool CameraGStreamer::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer)
         grabbed = _copySample(sample, *buffer);
         gst_sample_unref(sample);
         if (grabbed) {
-            _awaitingFirstFrame = false;
+            _settling = false;
             break;
         }
     }

@@ -31,8 +31,9 @@ namespace FrameHub {
 // Lifecycle: open parses and goes to READY, start to PLAYING, stop to
 // PAUSED, close to NULL. The bus is read at every fetch and state change;
 // no main loop and no thread of ours. A fetch waits three frame periods at
-// most (two seconds until the first frame after a start, for sources that
-// connect or preroll), in slices, so an error on the bus ends it early.
+// most (two seconds until the first frame after a start or a change of
+// format, for sources that connect and pipelines that renegotiate), in
+// slices, so that an error on the bus ends it early.
 //
 // The raw frames are YUV 4:2:2 whatever the description's colour spaces.
 class CameraGStreamer : public Camera2D {
@@ -72,8 +73,9 @@ private:
     bool _failed;
     // The end of a clip that doesn't loop.
     bool _ended;
-    // No frame since the last start: allow a source its time to connect.
-    bool _awaitingFirstFrame;
+    // No frame since the last start or format change: allow a source its
+    // time to connect and the pipeline to renegotiate.
+    bool _settling;
 };
 
 } // namespace FrameHub
