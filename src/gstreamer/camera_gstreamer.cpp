@@ -228,9 +228,12 @@ bool CameraGStreamer::_setColorSpace(const ColorSpace& colorSpace)
 bool CameraGStreamer::_setFrameRate(int frameRate)
 {
     // The core asks for 1 with nobody subscribed; keep to the described range.
-    const int lowest = *_nativelySupportedFrameRates.begin();
-    const int highest = *_nativelySupportedFrameRates.rbegin();
-    _currentPreferences.setRefreshRate(std::max(1, std::min(std::max(frameRate, lowest), highest)));
+    if (!_nativelySupportedFrameRates.empty()) {
+        const int lowest = *_nativelySupportedFrameRates.begin();
+        const int highest = *_nativelySupportedFrameRates.rbegin();
+        frameRate = std::min(std::max(frameRate, lowest), highest);
+    }
+    _currentPreferences.setRefreshRate(std::max(1, frameRate));
     _applyCaps();
     return true;
 }
@@ -289,15 +292,15 @@ bool CameraGStreamer::_handleMessage(GstMessage* message, const char* function)
     case GST_MESSAGE_ERROR: {
         const ErrorText text = parseErrorOrWarning(message);
         // The debug text names the file, host or device that failed.
-        FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << _name << ": " << GST_OBJECT_NAME(GST_MESSAGE_SRC(message)) << ": "
-                                               << text.message << (text.debug.empty() ? "" : "\n") << text.debug;
+        FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << _name << ": " << GST_MESSAGE_SRC_NAME(message) << ": " << text.message
+                                               << (text.debug.empty() ? "" : "\n") << text.debug;
         _failed = true;
         return false;
     }
     case GST_MESSAGE_WARNING: {
         const ErrorText text = parseErrorOrWarning(message);
         FRAMEHUB_LOG_AS(LEVEL_WARNING, function)
-            << _name << ": " << GST_OBJECT_NAME(GST_MESSAGE_SRC(message)) << ": " << text.message;
+            << _name << ": " << GST_MESSAGE_SRC_NAME(message) << ": " << text.message;
         return true;
     }
     case GST_MESSAGE_EOS:
