@@ -200,7 +200,8 @@ bool CameraGStreamer::_setState(int state, const char* function)
                                                << gst_element_state_get_name(static_cast<GstState>(state)) << ".";
         return false;
     }
-    return alive || _ended;
+    // Stopping or closing a pipeline that failed has nothing left to fail.
+    return state != GST_STATE_PLAYING || alive || _ended;
 }
 
 bool CameraGStreamer::_setResolution(const Resolution& resolution)
