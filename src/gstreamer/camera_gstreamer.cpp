@@ -308,8 +308,10 @@ bool CameraGStreamer::_handleMessage(GstMessage* message, const char* function)
         if (_loop) {
             FRAMEHUB_LOG_AS(LEVEL_VERBOSE, function) << _name << ": end of stream, back to the start.";
             if (gst_element_seek_simple(_pipeline, GST_FORMAT_TIME,
-                    static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT), 0))
+                    static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT), 0)) {
+                _settling = true; // the flush restarts the decoders
                 return true;
+            }
             FRAMEHUB_LOG_AS(LEVEL_ERROR, function) << _name << ": the source can't seek back to its start.";
         } else {
             FRAMEHUB_LOG_AS(LEVEL_INFO, function) << _name << ": end of stream.";

@@ -31,9 +31,9 @@ namespace FrameHub {
 // Lifecycle: open parses and goes to READY, start to PLAYING, stop to
 // PAUSED, close to NULL. The bus is read at every fetch and state change;
 // no main loop and no thread of ours. A fetch waits three frame periods at
-// most (two seconds until the first frame after a start or a change of
-// format, for sources that connect and pipelines that renegotiate), in
-// slices, so that an error on the bus ends it early.
+// most (two seconds until the first frame after a start, a change of format
+// or a loop back to the start, for sources that connect and pipelines that
+// renegotiate or flush), in slices, so that an error on the bus ends it early.
 //
 // The raw frames are YUV 4:2:2 whatever the description's colour spaces.
 class CameraGStreamer : public Camera2D {
