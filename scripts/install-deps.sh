@@ -7,7 +7,9 @@ PACKAGES="cmake g++ make pkg-config git clang-format clang-tidy clang libclang-r
 libboost-thread-dev libboost-system-dev \
 libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev \
 libgtest-dev libbenchmark-dev libyuv-dev \
-python3-matplotlib"
+python3-matplotlib \
+libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
+gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-tools"
 
 missing=""
 for p in $PACKAGES; do

@@ -18,10 +18,10 @@ struct DemoRun {
     std::string output;
 };
 
-DemoRun run(const std::string& arguments)
+DemoRun run(const std::string& arguments, const std::string& environment = std::string())
 {
     DemoRun r { -1, std::string() };
-    FILE* pipe = popen((std::string(FRAMEHUB_DEMO_PATH) + " " + arguments + " 2>&1").c_str(), "r");
+    FILE* pipe = popen((environment + FRAMEHUB_DEMO_PATH + " " + arguments + " 2>&1").c_str(), "r");
     if (!pipe)
         return r;
     char chunk[4096];
@@ -67,7 +67,7 @@ TEST(Demo, OneSecondRunWritesTableAndPictures)
 TEST(Demo, BadOptionsExitWithTwo)
 {
     for (const char* arguments : { "--frobnicate", "--seconds", "--seconds -3", "--seconds abc", "--input",
-             "--input /nonexistent/picture.png" }) {
+             "--input /nonexistent/picture.png", "--gst", "--gst videotestsrc --input a.png" }) {
         const DemoRun r = run(arguments);
         EXPECT_EQ(r.status, 2) << arguments;
         EXPECT_NE(r.output.find("framehub-demo:"), std::string::npos) << arguments << ": " << r.output;
@@ -75,6 +75,28 @@ TEST(Demo, BadOptionsExitWithTwo)
     const DemoRun help = run("--help");
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.output.find("Usage: framehub-demo"), std::string::npos);
+}
+
+TEST(Demo, SharesAGStreamerSource)
+{
+    const std::filesystem::path out
+        = std::filesystem::temp_directory_path() / ("framehub-demo-gst-" + std::to_string(::getpid()));
+    // The leak-checking settings of the GStreamer tests (tests/CMakeLists.txt);
+    // without AddressSanitizer nobody reads them.
+    const DemoRun r = run("--seconds 1 --gst 'videotestsrc is-live=true pattern=ball' --out " + out.string(),
+        "G_SLICE=always-malloc "
+        "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}fast_unwind_on_malloc=0:malloc_context_size=10\" ");
+    if (r.output.find("no GStreamer back-end") != std::string::npos)
+        GTEST_SKIP() << "the GStreamer back-end is not in this build";
+    ASSERT_EQ(r.status, 0) << r.output;
+    EXPECT_NE(r.output.find("color (GStreamer)"), std::string::npos) << r.output;
+    // A white ball on black: any content at all shows frames came through.
+    cv::Mat image = cv::imread((out / "viewer_0.png").string(), cv::IMREAD_COLOR);
+    ASSERT_FALSE(image.empty());
+    cv::Scalar mean, deviation;
+    cv::meanStdDev(image, mean, deviation);
+    EXPECT_GT(deviation[0], 1.0) << "viewer_0.png looks blank";
+    std::filesystem::remove_all(out);
 }
 
 } // namespace

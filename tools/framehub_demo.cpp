@@ -5,6 +5,7 @@
 #include "render.h"
 #include "scene.h"
 
+#include <framehub/camera_builder.h>
 #include <framehub/frame_hub.h>
 #include <lumo/log.h>
 
@@ -42,6 +43,9 @@ const char* const kUsage = "Usage: framehub-demo [--seconds N] [--out DIR] [--in
                            "  --seconds N     how long the clients run (default 8, at most 3600)\n"
                            "  --out DIR       where the pictures go (default demo-output)\n"
                            "  --input FILE... still images to feed the colour camera instead of the test card\n"
+                           "  --gst PIPELINE  the colour camera is this GStreamer source instead, e.g.\n"
+                           "                  \"videotestsrc is-live=true pattern=ball\" or\n"
+                           "                  \"loop=true filesrc location=clip.mp4 ! decodebin\"\n"
                            "  --verbose       the library's log at level 5 (verbose)\n"
                            "  --help          this text\n";
 
@@ -49,6 +53,7 @@ struct Options {
     double seconds = 8.0;
     std::string out = "demo-output";
     std::vector<std::string> inputs;
+    std::string gst;
     bool verbose = false;
 };
 
@@ -92,22 +97,33 @@ int parse(int argc, char** argv, Options& options)
                 std::cerr << "framehub-demo: --input needs at least one image file\n";
                 return 2;
             }
+        } else if (arg == "--gst") {
+            const char* v = value("a pipeline");
+            if (!v)
+                return 2;
+            options.gst = v;
         } else {
             std::cerr << "framehub-demo: unknown option '" << arg << "'\n"
                       << "Try 'framehub-demo --help'.\n";
             return 2;
         }
     }
+    if (!options.gst.empty() && !options.inputs.empty()) {
+        std::cerr << "framehub-demo: --gst and --input both feed the colour camera; give one\n";
+        return 2;
+    }
     return 0;
 }
 
 const float kDegree = 3.14159265f / 180.0f;
 
-std::vector<CameraInfo> cameras()
+// An empty pipeline keeps the simulated colour camera.
+std::vector<CameraInfo> cameras(const std::string& gst)
 {
     CameraInfo color;
     color.name = "color";
-    color.model = "Simulator2D";
+    color.model = gst.empty() ? "Simulator2D" : "GStreamer";
+    color.backendArgument = gst;
     color.fieldOfView = FieldOfView(60.9f * kDegree, 47.6f * kDegree);
     color.resolutions = { { 160, 120 }, { 320, 240 }, { 640, 480 }, { 1280, 960 } };
     color.colorSpaces = { COLORSPACE_YUV_422 };
@@ -266,13 +282,26 @@ void runClient(FrameHub& hub, Client& c, RecentImages& recent, const std::atomic
 // Puts a frame into every camera at the size each expects, about 30 times a second.
 class Feeder {
 public:
-    Feeder(FrameHub& hub, std::vector<cv::Mat> stills)
+    Feeder(FrameHub& hub, std::vector<cv::Mat> stills, bool feedColor)
         : _hub(hub)
         , _stills(std::move(stills))
+        , _feedColor(feedColor)
     {
     }
 
     void feedOnce(double t)
+    {
+        if (_feedColor)
+            feedColor(t);
+        CameraPreferences expected = _hub.getExpectedImageParameters("depth");
+        const Resolution depthSize = expected.getResolution();
+        cv::Mat depth, infrared;
+        scene::depthScene(static_cast<int>(depthSize.width), static_cast<int>(depthSize.height), t, depth, infrared);
+        _hub.putImage("depth", depthSize, COLORSPACE_DEPTH_16, depth.data);
+        _hub.putImage("depth", depthSize, COLORSPACE_INFRARED_16, infrared.data);
+    }
+
+    void feedColor(double t)
     {
         CameraPreferences expected = _hub.getExpectedImageParameters("color");
         const Resolution size = expected.getResolution();
@@ -285,13 +314,6 @@ public:
             cv::resize(still, rgb, cv::Size(w, h), 0, 0, cv::INTER_AREA);
         }
         _hub.putImage("color", size, expected.getColorSpace(), rgb.data);
-
-        expected = _hub.getExpectedImageParameters("depth");
-        const Resolution depthSize = expected.getResolution();
-        cv::Mat depth, infrared;
-        scene::depthScene(static_cast<int>(depthSize.width), static_cast<int>(depthSize.height), t, depth, infrared);
-        _hub.putImage("depth", depthSize, COLORSPACE_DEPTH_16, depth.data);
-        _hub.putImage("depth", depthSize, COLORSPACE_INFRARED_16, infrared.data);
     }
 
     void run(const std::atomic<bool>& stop, Clock::time_point origin)
@@ -306,6 +328,7 @@ public:
 private:
     FrameHub& _hub;
     std::vector<cv::Mat> _stills;
+    bool _feedColor;
 };
 
 double percentile(std::vector<double> values, double p)
@@ -369,7 +392,14 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    FrameHub hub(cameras());
+    if (!options.gst.empty()) {
+        const std::vector<std::string> models = CameraBuilder::models();
+        if (std::find(models.begin(), models.end(), "GStreamer") == models.end()) {
+            std::cerr << "framehub-demo: this build has no GStreamer back-end\n";
+            return 2;
+        }
+    }
+    FrameHub hub(cameras(options.gst));
     std::vector<Client*> clients = makeClients();
     for (Client* c : clients)
         if (!subscribe(hub, *c)) {
@@ -377,9 +407,9 @@ int main(int argc, char** argv)
             return 1;
         }
     std::printf("framehub-demo: %zu subscribers on cameras %s, running %.1f s\n", clients.size(),
-        "color (2D) and depth (3D)", options.seconds);
+        options.gst.empty() ? "color (2D) and depth (3D)" : "color (GStreamer) and depth (3D)", options.seconds);
 
-    Feeder feeder(hub, stills);
+    Feeder feeder(hub, stills, options.gst.empty());
     const auto origin = Clock::now();
     feeder.feedOnce(0.0); // a first frame at the negotiated sizes before anyone reads
     std::atomic<bool> stop { false };
