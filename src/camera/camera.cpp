@@ -74,6 +74,7 @@ bool Camera::_stampConvertedBuffer(const CameraPreferences& preferences, const b
     destination->setResolution(preferences.getResolution());
     destination->setColorSpace(preferences.getColorSpace());
     destination->setTimeStamp(source->getTimeStamp());
+    destination->setMonotonicTimeStamp(source->getMonotonicTimeStamp());
     destination->setFielOfView(source->getFieldOfView());
     return true;
 }

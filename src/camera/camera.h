@@ -10,6 +10,7 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/shared_mutex.hpp>
 
+#include <atomic>
 #include <map>
 #include <set>
 #include <string>
@@ -142,6 +143,10 @@ protected:
     virtual bool _putImage(const Resolution& resolution, const ColorSpace& colorSpace, const void* data);
     virtual CameraPreferences _getExpectedImageParameters();
 
+    // Stamps a frame as taken now, on the wall clock (its public time stamp)
+    // and on the monotonic clock that freshness is judged by.
+    static void _stampTakenNow(ImageBuffer& frame);
+
     // The head every pipeline's _convertImage shares: each buffer must hold a
     // block (else the given message, in the pipeline's category), then the
     // destination takes the requested format and the source's time stamp and
@@ -197,8 +202,9 @@ protected:
     std::map<Parameter, int> _hardwareParameters;
     CameraPreferences _currentPreferences;
     std::set<boost::shared_ptr<CameraPreferences>> _preferences;
-    bool _isOpen;
-    bool _isStarted;
+    // Read without the lock by isOpen/isStarted, written under it.
+    std::atomic<bool> _isOpen;
+    std::atomic<bool> _isStarted;
     BufferRing _rawBuffers;
     BufferRing _buffers;
     bool _hasError;

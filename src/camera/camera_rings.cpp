@@ -63,34 +63,41 @@ boost::shared_ptr<ImageBuffer> lockFirstFree(
 
 int64_t microseconds(const lumo::os::timeval& tv) { return tv.tv_sec * 1000000 + tv.tv_usec; }
 
+lumo::os::timeval monotonicNow()
+{
+    lumo::os::timeval now;
+    lumo::os::getmonotonictime(&now);
+    return now;
+}
+
 // Too old when older than one frame period of the asking subscriber, all in
 // milliseconds truncated towards zero; the bound itself is still fresh.
-// Judged on the monotonic clock: a stepped wall clock must not freeze the
-// images (stepped back) nor starve them (stepped forward).
-boost::shared_ptr<ImageBuffer> keepIfFresh(boost::shared_ptr<ImageBuffer> buffer, int refreshRate)
+// Judged on the monotonic clock, read before the scan: a stepped wall clock
+// must not freeze the images (stepped back) nor starve them (stepped
+// forward). A frame never stamped is never fresh.
+boost::shared_ptr<ImageBuffer> keepIfFresh(
+    boost::shared_ptr<ImageBuffer> buffer, const lumo::os::timeval& now, int refreshRate)
 {
     if (!buffer)
         return buffer;
-    lumo::os::timeval now;
-    lumo::os::getmonotonictime(&now);
     // Rates below 1 never get past negotiation; should one arrive, it must
     // not divide by zero.
     const int64_t period = refreshRate > 0 ? 1000 / static_cast<int64_t>(refreshRate) : 0;
     const int64_t timeStamp = buffer->getMonotonicTimeStamp();
     const int64_t stamp = (timeStamp / 1000000) * 1000 + (timeStamp % 1000000) / 1000;
     const int64_t nowMs = now.tv_sec * 1000 + now.tv_usec / 1000;
-    if (stamp + period - nowMs < 0) {
+    if (timeStamp < 0 || stamp + period - nowMs < 0) {
         unpin(*buffer);
         return boost::shared_ptr<ImageBuffer>();
     }
     return buffer;
 }
 
-// A back-end stamps its frames on the wall clock (its public time stamp).
-// The frame's age on that clock, taken now, is carried over to the monotonic
-// clock; a frame stamped in the future (the wall clock stepped back since)
-// counts as taken now.
-void stampMonotonic(ImageBuffer& buffer)
+// A back-end that stamps its frames on the wall clock alone: the frame's age
+// on that clock, taken now, is carried over to the monotonic clock; a frame
+// stamped in the future (the wall clock stepped back since) counts as taken
+// now. Back-ends that know when a frame was taken stamp both clocks.
+void stampMonotonicFromAge(ImageBuffer& buffer)
 {
     lumo::os::timeval wall;
     lumo::os::timeval monotonic;
@@ -107,6 +114,16 @@ void stampLikeSource(const ImageBuffer& source, ImageBuffer& target)
 }
 
 } // namespace
+
+void Camera::_stampTakenNow(ImageBuffer& frame)
+{
+    lumo::os::timeval wall;
+    lumo::os::timeval monotonic;
+    lumo::os::gettimeofday(&wall);
+    lumo::os::getmonotonictime(&monotonic);
+    frame.setTimeStamp(microseconds(wall));
+    frame.setMonotonicTimeStamp(microseconds(monotonic));
+}
 
 // ---- Public ----------------------------------------------------------------
 
@@ -222,11 +239,13 @@ boost::shared_ptr<ImageBuffer> Camera::_grabRawBuffer(
     if (extra)
         buffer->setColorSpace(preferences.getColorSpace());
     buffer->setFielOfView(getFieldOfView());
+    buffer->setMonotonicTimeStamp(-1); // the back-end may stamp it
     if (!(extra ? _getExtraColorSpaceBuffer(preferences, buffer) : _getDirectRawImage(buffer))) {
         unpin(*buffer);
         return boost::shared_ptr<ImageBuffer>();
     }
-    stampMonotonic(*buffer);
+    if (buffer->getMonotonicTimeStamp() < 0)
+        stampMonotonicFromAge(*buffer);
     failures = 0;
     return buffer;
 }
@@ -237,12 +256,14 @@ bool Camera::_getExtraColorSpaceBuffer(const CameraPreferences&, boost::shared_p
 
 boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidBuffer(const CameraPreferences& preferences)
 {
-    return keepIfFresh(_lockTheNewestBufferForReading(preferences), preferences.getRefreshRate());
+    const lumo::os::timeval now = monotonicNow();
+    return keepIfFresh(_lockTheNewestBufferForReading(preferences), now, preferences.getRefreshRate());
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_getTheNewestValidRawBuffer(const CameraPreferences& preferences)
 {
-    return keepIfFresh(_lockTheNewestRawBufferForReading(preferences), preferences.getRefreshRate());
+    const lumo::os::timeval now = monotonicNow();
+    return keepIfFresh(_lockTheNewestRawBufferForReading(preferences), now, preferences.getRefreshRate());
 }
 
 boost::shared_ptr<ImageBuffer> Camera::_lockTheNewestBufferForReading(const CameraPreferences& preferences)

@@ -109,6 +109,7 @@ template <typename T> void CameraSimulator<T>::_createDefaultImage(ImageBuffer& 
     store.setResolution(this->_currentPreferences.getResolution());
     store.setColorSpace(this->_currentPreferences.getColorSpace());
     store.setTimeStamp(0);
+    store.setMonotonicTimeStamp(-1);
     std::memset(store.getData(), 0, store.getSize());
 }
 

@@ -110,9 +110,7 @@ bool CameraSimulator2D::_putImage(const Resolution& resolution, const ColorSpace
         return false;
     const Resolution target = _currentPreferences.getResolution();
 
-    lumo::os::timeval now;
-    lumo::os::gettimeofday(&now);
-    _simulatorBuffer->setTimeStamp(now.tv_sec * 1000000 + now.tv_usec);
+    _stampTakenNow(*_simulatorBuffer);
     _simulatorBuffer->setResolution(target);
     _simulatorBuffer->setColorSpace(_currentPreferences.getColorSpace());
 
@@ -136,6 +134,7 @@ bool CameraSimulator2D::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer
     buffer->setResolution(_currentPreferences.getResolution());
     buffer->setColorSpace(_currentPreferences.getColorSpace());
     buffer->setTimeStamp(_simulatorBuffer->getTimeStamp());
+    buffer->setMonotonicTimeStamp(_simulatorBuffer->getMonotonicTimeStamp());
     std::memcpy(buffer->getData(), _simulatorBuffer->getData(), _simulatorBuffer->getSize());
     return true;
 }

@@ -69,13 +69,11 @@ bool CameraSimulator3D::_putImage(const Resolution& resolution, const ColorSpace
         return false;
     const Resolution target = _currentPreferences.getResolution();
 
-    lumo::os::timeval now;
-    lumo::os::gettimeofday(&now);
     ImageBuffer frame(getName(), resolution, colorSpace, false);
     frame.setData(static_cast<unsigned char*>(const_cast<void*>(data)));
 
     ImageBuffer& store = colorSpace == COLORSPACE_DEPTH_16 ? *_depthBuffer : *_infraredBuffer;
-    store.setTimeStamp(now.tv_sec * 1000000 + now.tv_usec);
+    _stampTakenNow(store);
     store.setResolution(target);
     // The depth store follows the camera's colour space, the infrared one is
     // always infrared.
@@ -102,6 +100,7 @@ bool CameraSimulator3D::_readStore(
     buffer->setResolution(_currentPreferences.getResolution());
     buffer->setColorSpace(infrared ? COLORSPACE_INFRARED_16 : _currentPreferences.getColorSpace());
     buffer->setTimeStamp(store.getTimeStamp());
+    buffer->setMonotonicTimeStamp(store.getMonotonicTimeStamp());
     // Both are 2 bytes a sample at the camera's size; never copy past the smaller.
     std::memcpy(buffer->getData(), store.getData(), std::min(store.getSize(), buffer->getSize()));
     return true;
