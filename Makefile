@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo check-sanitizers bench format format-check clean
+.PHONY: all deps configure build test demo check-sanitizers bench format format-check clean install package
 
 all: build
 
@@ -49,6 +49,19 @@ bench: deps
 		--benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	@build-bench/bench/depth_bench --benchmark_color=false
 	@build-bench/bench/handout_bench --benchmark_color=false
+
+# Libraries, headers, CMake and pkg-config files, tools and the Python
+# module under PREFIX, staged under DESTDIR when it is set.
+PREFIX ?= /usr/local
+DESTDIR ?=
+install: deps
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=$(PREFIX) $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD_DIR) -j$(JOBS)
+	@DESTDIR=$(DESTDIR) cmake --install $(BUILD_DIR) --prefix $(PREFIX)
+
+# A Debian package of the same files for /usr, in $(BUILD_DIR).
+package: build
+	@cd $(BUILD_DIR) && cpack -G DEB
 
 # Every C++ file git tracks, against .clang-format.
 FORMAT_FILES = git ls-files '*.cpp' '*.h'
