@@ -7,7 +7,8 @@ PACKAGES="cmake g++ make pkg-config git clang-format \
 libboost-thread-dev libboost-system-dev \
 libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev \
 libgtest-dev libbenchmark-dev libyuv-dev \
-dpkg-dev file"
+dpkg-dev file \
+pybind11-dev python3-dev python3-numpy python3-pytest"
 
 missing=""
 for p in $PACKAGES; do
