@@ -41,7 +41,8 @@ check-sanitizers: deps
 
 # Benchmarks in a Release build of their own: the 2D conversions against
 # memcpy, OpenCV and libyuv (medians of three runs and the ratio summary),
-# the depth conversions against memcpy, and the per-frame image hand-out.
+# the depth conversions against memcpy, the per-frame image hand-out, and
+# the Python module's fetch against the same fetch in C++.
 bench: deps
 	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DFRAMEHUB_BUILD_BENCH=ON -DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
 	@cmake --build build-bench -j$(JOBS)
@@ -49,6 +50,8 @@ bench: deps
 		--benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	@build-bench/bench/depth_bench --benchmark_color=false
 	@build-bench/bench/handout_bench --benchmark_color=false
+	@if [ -d build-bench/python/framehub ]; then PYTHONPATH=build-bench/python /usr/bin/python3 \
+		bench/python_image_bench.py build-bench/bench/image_fetch_loop; fi
 
 # Libraries, headers, CMake and pkg-config files, tools and the Python
 # module under PREFIX, staged under DESTDIR when it is set.
