@@ -192,3 +192,12 @@ threading.Thread(target=spam, daemon=True).start()
 """
     result = subprocess.run([sys.executable, "-c", script], capture_output=True, timeout=60)
     assert result.returncode == 0, result.stderr[-2000:]
+
+
+def test_example_script_writes_each_subscribers_frame(tmp_path):
+    script = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "python", "share_camera.py")
+    subprocess.run([sys.executable, script, "--frames", "3", "--no-window", "--out", str(tmp_path)],
+                   check=True, capture_output=True, timeout=60)
+    for name, size in (("viewer_0", 640), ("tracker_0", 320), ("thumbs_0", 160)):
+        header = (tmp_path / (name + ".png")).read_bytes()[:24]
+        assert header[:8] == b"\x89PNG\r\n\x1a\n" and int.from_bytes(header[16:20], "big") == size
