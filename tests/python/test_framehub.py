@@ -106,26 +106,23 @@ def test_enumerations_keep_the_public_numbers():
 
 def test_two_threads_fetch_from_two_cameras_at_once():
     # At 1000 fps every fetch finds its image stale, so each one grabs and
-    # converts; a fetch that saw the other thread's count move overlapped it.
+    # converts. That the GIL is let go meanwhile is shown by the next test;
+    # this one shows the two threads' images never get mixed up.
     hub = fh.Hub([camera("a", rates=(1000,)), camera("b", rates=(1000,))])
     names = [hub.subscribe(c, c, (320, 240), CS.RGB_888, 1000) for c in ("a", "b")]
-    for c in ("a", "b"):
-        hub.put_image(c, pattern(CS.RGB_888, 320, 240), CS.RGB_888)
+    for c, level in (("a", 0), ("b", 255)):
+        hub.put_image(c, np.full((240, 320, 3), level, np.uint8), CS.RGB_888)
     done = [0, 0]
-    overlapped = [0, 0]
     failures = []
     start = threading.Barrier(2, timeout=10)
 
     def fetch(index):
-        other = 1 - index
         start.wait()
         for _ in range(200):
-            before = done[other]
             with hub.image(names[index]) as frame:
-                if frame is None or frame.camera != "ab"[index] or frame.array.shape != (240, 320, 3):
+                if (frame is None or frame.camera != "ab"[index] or frame.array.shape != (240, 320, 3)
+                        or (frame.array.mean() > 128) != bool(index)):
                     failures.append((index, frame))
-            if done[other] != before and done[other] < 200:
-                overlapped[index] += 1
             done[index] += 1
 
     threads = [threading.Thread(target=fetch, args=(i,)) for i in (0, 1)]
@@ -135,7 +132,6 @@ def test_two_threads_fetch_from_two_cameras_at_once():
         t.join(timeout=60)
     assert not any(t.is_alive() for t in threads)
     assert failures == [] and done == [200, 200]
-    assert sum(overlapped) > 0
 
 
 def test_a_call_waiting_in_the_library_lets_python_run():
