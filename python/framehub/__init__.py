@@ -35,7 +35,13 @@ import logging
 from dataclasses import dataclass, field
 from typing import List, Tuple
 
-from ._framehub import (  # noqa: F401
+__all__ = [
+    "CameraInfo", "ColorSpace", "Error", "Frame", "Hub", "INVALID_PARAMETER_VALUE", "Parameter", "ParameterInfo",
+    "Preferences", "color_space_channels", "color_space_depth", "color_space_name", "models", "parameter_name",
+    "route_logs_to_logging", "set_log_level",
+]
+
+from ._framehub import (
     INVALID_PARAMETER_VALUE,
     ColorSpace,
     Error,
