@@ -59,6 +59,9 @@ from ._framehub import (
 )
 from . import _framehub
 
+for _public in (Error, Frame, Hub):
+    _public.__module__ = __name__
+
 
 @dataclass
 class CameraInfo:
