@@ -148,13 +148,14 @@ PYBIND11_MODULE(_framehub, m)
     preferencesType = preferences.release().ptr();
 
     m.attr("INVALID_PARAMETER_VALUE") = INVALID_PARAMETER_VALUE;
-    static py::exception<Kelmo::KelmoError> error(m, "Error", PyExc_ValueError);
+    // Never destroyed: a static's destructor would run after the interpreter is gone.
+    static py::exception<Kelmo::KelmoError>* error = new py::exception<Kelmo::KelmoError>(m, "Error", PyExc_ValueError);
     py::register_exception_translator([](std::exception_ptr p) {
         try {
             if (p)
                 std::rethrow_exception(p);
         } catch (const Kelmo::KelmoError& e) {
-            error(e.getDescription().c_str());
+            (*error)(e.getDescription().c_str());
         }
     });
 

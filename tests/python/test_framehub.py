@@ -97,6 +97,19 @@ def test_put_image_refuses_arrays_that_do_not_fit(array, color_space, error):
         hub.put_image("cam", array, color_space)
 
 
+@pytest.mark.parametrize("info, error", [
+    (camera("cam", model="NoSuchModel"), fh.Error),                    # the library's refusal
+    (fh.CameraInfo(name="cam", model="Simulator2D"), fh.Error),        # empty sets
+    (fh.CameraInfo(name="cam", model="Simulator2D", resolutions=5), TypeError),
+    (fh.CameraInfo(name="cam", model="Simulator2D", resolutions=[(1, -1)]), TypeError),
+    (object(), TypeError),
+])
+def test_camera_descriptions_the_library_cannot_build(info, error):
+    with pytest.raises(error):
+        fh.Hub([info])
+    assert issubclass(fh.Error, ValueError)
+
+
 def test_enumerations_keep_the_public_numbers():
     assert [CS.YUV_422, CS.RGB_888, CS.INFRARED_16, CS.DEPTH_16, CS.UNKNOWN] == [0, 9, 18, 19, 22]
     assert [fh.Parameter.BRIGHTNESS, fh.Parameter.KEEP_ALIVE, fh.Parameter.INVALID] == [0, 31, 36]
