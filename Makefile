@@ -4,7 +4,7 @@ BUILD_DIR ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo check-sanitizers fuzz bench format format-check tidy clean
+.PHONY: all deps configure build test demo check-sanitizers fuzz bench format format-check tidy clean install package
 
 all: build
 
@@ -52,8 +52,9 @@ fuzz: deps
 
 # Benchmarks in a Release build of their own: the 2D conversions against
 # memcpy, OpenCV and libyuv (medians of three runs and the ratio summary),
-# the depth conversions against memcpy, the per-frame image hand-out, and the
-# scaling curve of one camera shared by 1 to 32 subscribers (docs/scaling.png).
+# the depth conversions against memcpy, the per-frame image hand-out, the
+# scaling curve of one camera shared by 1 to 32 subscribers (docs/scaling.png),
+# and the Python module's fetch against the same fetch in C++.
 bench: deps
 	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DFRAMEHUB_BUILD_BENCH=ON -DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
 	@cmake --build build-bench -j$(JOBS)
@@ -62,6 +63,21 @@ bench: deps
 	@build-bench/bench/depth_bench --benchmark_color=false
 	@build-bench/bench/handout_bench --benchmark_color=false
 	@/usr/bin/python3 bench/plot_scaling.py build-bench/bench/scaling_bench docs/scaling.png
+	@if [ -d build-bench/python/framehub ]; then PYTHONPATH=build-bench/python /usr/bin/python3 \
+		bench/python_image_bench.py build-bench/bench/image_fetch_loop; fi
+
+# Libraries, headers, CMake and pkg-config files, tools and the Python
+# module under PREFIX, staged under DESTDIR when it is set.
+PREFIX ?= /usr/local
+DESTDIR ?=
+install: deps
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=$(PREFIX) $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD_DIR) -j$(JOBS)
+	@DESTDIR=$(DESTDIR) cmake --install $(BUILD_DIR) --prefix $(PREFIX)
+
+# A Debian package of the same files for /usr, in $(BUILD_DIR).
+package: build
+	@cd $(BUILD_DIR) && cpack -G DEB
 
 # Every C++ file git tracks, against .clang-format.
 FORMAT_FILES = git ls-files '*.cpp' '*.h'

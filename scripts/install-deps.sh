@@ -9,7 +9,9 @@ libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev \
 libgtest-dev libbenchmark-dev libyuv-dev \
 python3-matplotlib \
 libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
-gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-tools"
+gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-tools \
+dpkg-dev file \
+pybind11-dev python3-dev python3-numpy python3-pytest"
 
 missing=""
 for p in $PACKAGES; do
