@@ -6,7 +6,8 @@ set -eu
 PACKAGES="cmake g++ make pkg-config git clang-format \
 libboost-thread-dev libboost-system-dev \
 libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev \
-libgtest-dev libbenchmark-dev libyuv-dev"
+libgtest-dev libbenchmark-dev libyuv-dev \
+libturbojpeg0-dev"
 
 missing=""
 for p in $PACKAGES; do
