@@ -16,6 +16,7 @@
 #include <linux/videodev2.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <time.h>
 
 namespace Kelmo {
 namespace FrameHub {
@@ -30,8 +31,15 @@ const unsigned kBufferCount = 4;
 // A grab waits at most this many frame periods, and never less than the floor.
 const int64_t kWaitPeriods = 3;
 const int64_t kWaitFloorMicroseconds = 100000;
-// Polls within one grab: spurious wake-ups and dropped frames are bounded too.
-const int kMaxWaits = 8;
+// Devices take their time to deliver the first frame after STREAMON
+// (exposure settling, a sound server negotiating): the first grab waits longer.
+const int64_t kFirstFrameMicroseconds = 2000000;
+// Polls within one grab: spurious wake-ups and dropped frames are bounded
+// in count as well as in time.
+const int kMaxWaits = 1000;
+// Some devices report ready on every poll; after a second empty wake-up in a
+// row the grab backs off rather than spinning until the next frame.
+const long kBackOffNanoseconds = 1000000;
 // A driver stamp older than this, or in the future, is not believed.
 const int64_t kMaxFrameAgeMicroseconds = 1000000;
 
@@ -50,6 +58,7 @@ CameraV4L2::CameraV4L2(const std::string& name, const std::string& backendArgume
     , _io(io)
     , _fd(-1)
     , _streaming(false)
+    , _awaitingFirstFrame(false)
     , _pixelFormat(V4L2_PIX_FMT_YUYV)
     , _bytesPerLine(0)
     , _framePeriodMicroseconds(1000000 / 30)
@@ -359,6 +368,7 @@ bool CameraV4L2::_streamOn(const char* function)
         return false;
     }
     _streaming = true;
+    _awaitingFirstFrame = true;
     return true;
 }
 
@@ -402,8 +412,10 @@ bool CameraV4L2::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer)
         FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": " << _path << " is not streaming.";
         return false;
     }
-    const int64_t budget = std::max(kWaitPeriods * _framePeriodMicroseconds, kWaitFloorMicroseconds);
+    const int64_t budget = std::max(kWaitPeriods * _framePeriodMicroseconds,
+        _awaitingFirstFrame ? kFirstFrameMicroseconds : kWaitFloorMicroseconds);
     const int64_t start = _io->monotonicMicroseconds();
+    int empty = 0;
     for (int wait = 0; wait < kMaxWaits; ++wait) {
         const int64_t left = budget - (_io->monotonicMicroseconds() - start);
         if (left <= 0)
@@ -426,14 +438,22 @@ bool CameraV4L2::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer)
         const Drain drained = _drainNewest(frame, __func__);
         if (drained == DRAIN_FAILED)
             return false;
-        if (drained == DRAIN_NONE)
+        if (drained == DRAIN_NONE) {
+            if (++empty > 1) {
+                const timespec pause = { 0, kBackOffNanoseconds };
+                nanosleep(&pause, nullptr);
+            }
             continue;
+        }
+        empty = 0;
         const bool copied = _copyFrame(frame, *buffer);
         // The device buffer goes back before anyone reads the copy. A device
         // lost here still leaves a good copy behind.
         _requeue(frame.index, __func__);
-        if (copied)
+        if (copied) {
+            _awaitingFirstFrame = false;
             return true;
+        }
         if (_fd < 0)
             return false;
     }

@@ -135,6 +135,7 @@ private:
     boost::shared_ptr<DeviceIo> _io;
     int _fd;
     bool _streaming;
+    bool _awaitingFirstFrame;
     std::vector<Mapping> _mappings;
     // Frame sizes by the pixel format that serves them; YUYV where both do.
     std::map<Resolution, uint32_t> _formats;
