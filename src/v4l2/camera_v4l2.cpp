@@ -214,9 +214,13 @@ bool CameraV4L2::_setFrameRate(int frameRate)
 bool CameraV4L2::_configureFormat(const Resolution& resolution, const char* function)
 {
     const bool wasStreaming = _streaming;
+    const Resolution previous = _currentPreferences.getResolution();
     if (wasStreaming)
         _streamOff(function);
     bool ok = _applyFormat(resolution, function);
+    // A refused answer still changed the device's format: put the old one back.
+    if (!ok && _fd >= 0 && previous != resolution)
+        _applyFormat(previous, function);
     if (wasStreaming && _fd >= 0 && !_streamOn(function))
         ok = false;
     return ok;
@@ -457,7 +461,7 @@ bool CameraV4L2::_getDirectRawImage(boost::shared_ptr<ImageBuffer> buffer)
         if (_fd < 0)
             return false;
     }
-    FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": no frame from " << _path << " within " << budget / 1000 << " ms.";
+    FRAMEHUB_LOG(LEVEL_ERROR) << _name << ": no frame from " << _path << " within " << (budget + 999) / 1000 << " ms.";
     return false;
 }
 

@@ -50,6 +50,15 @@ MjpegDecoder::~MjpegDecoder()
         tjDestroy(static_cast<tjhandle>(_handle));
 }
 
+// A decoder that failed half-way misreads the next frame: start afresh.
+bool MjpegDecoder::_failed(std::string& error)
+{
+    error = tjGetErrorStr2(static_cast<tjhandle>(_handle));
+    tjDestroy(static_cast<tjhandle>(_handle));
+    _handle = tjInitDecompress();
+    return false;
+}
+
 bool MjpegDecoder::decode(
     const uint8_t* jpeg, size_t size, uint64_t width, uint64_t height, uint8_t* yuyv, std::string& error)
 {
@@ -63,10 +72,8 @@ bool MjpegDecoder::decode(
         return false;
     }
     int w = 0, h = 0, subsampling = -1, colours = -1;
-    if (tjDecompressHeader3(handle, jpeg, static_cast<unsigned long>(size), &w, &h, &subsampling, &colours) != 0) {
-        error = tjGetErrorStr2(handle);
-        return false;
-    }
+    if (tjDecompressHeader3(handle, jpeg, static_cast<unsigned long>(size), &w, &h, &subsampling, &colours) != 0)
+        return _failed(error);
     if (static_cast<uint64_t>(w) != width || static_cast<uint64_t>(h) != height || width % 2 != 0) {
         error = "frame of " + std::to_string(w) + "x" + std::to_string(h) + " in a stream of " + std::to_string(width)
             + "x" + std::to_string(height);
@@ -94,10 +101,8 @@ bool MjpegDecoder::decode(
     }
 
     const unsigned long bytes = tjBufSizeYUV2(w, 1, h, subsampling);
-    if (bytes == static_cast<unsigned long>(-1)) {
-        error = tjGetErrorStr2(handle);
-        return false;
-    }
+    if (bytes == static_cast<unsigned long>(-1))
+        return _failed(error);
     if (_planes.size() < bytes)
         _planes.resize(bytes);
     const bool gray = subsampling == TJSAMP_GRAY;
@@ -113,8 +118,7 @@ bool MjpegDecoder::decode(
     if (tjDecompressToYUVPlanes(
             handle, jpeg, static_cast<unsigned long>(size), planes, w, strides, h, TJFLAG_STOPONWARNING)
         != 0) {
-        error = tjGetErrorStr2(handle);
-        return false;
+        return _failed(error);
     }
 
     const uint64_t pairs = width / 2, rowBytes = width * 2;

@@ -25,6 +25,8 @@ public:
     bool decode(const uint8_t* jpeg, size_t size, uint64_t width, uint64_t height, uint8_t* yuyv, std::string& error);
 
 private:
+    bool _failed(std::string& error);
+
     void* _handle;
     std::vector<uint8_t> _planes;
     // JPEG samples are full range; the pipeline's YUV is 16..235 / 16..240.
