@@ -7,7 +7,8 @@ PACKAGES="cmake g++ make pkg-config git clang-format \
 libboost-thread-dev libboost-system-dev \
 libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev \
 libgtest-dev libbenchmark-dev libyuv-dev \
-libturbojpeg0-dev"
+libturbojpeg0-dev \
+pipewire pipewire-bin pipewire-v4l2 wireplumber dbus-daemon libpipewire-0.3-dev"
 
 missing=""
 for p in $PACKAGES; do

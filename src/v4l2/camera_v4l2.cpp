@@ -30,7 +30,7 @@ const char* const kDefaultPath = "/dev/video0";
 const unsigned kBufferCount = 4;
 // A grab waits at most this many frame periods, and never less than the floor.
 const int64_t kWaitPeriods = 3;
-const int64_t kWaitFloorMicroseconds = 100000;
+const int64_t kWaitFloorMicroseconds = 150000;
 // Devices take their time to deliver the first frame after STREAMON
 // (exposure settling, a sound server negotiating): the first grab waits longer.
 const int64_t kFirstFrameMicroseconds = 2000000;
