@@ -6,6 +6,9 @@
 #include "scene.h"
 
 #include <framehub/frame_hub.h>
+#ifdef FRAMEHUB_DEMO_V4L2
+#include <framehub/v4l2.h>
+#endif
 #include <lumo/log.h>
 
 #include <opencv2/imgcodecs.hpp>
@@ -32,23 +35,29 @@ typedef std::chrono::steady_clock Clock;
 
 namespace {
 
-const char* const kUsage = "Usage: framehub-demo [--seconds N] [--out DIR] [--input FILE...] [--verbose] [--help]\n"
-                           "\n"
-                           "Runs a frame hub with a simulated colour camera and a simulated depth camera,\n"
-                           "feeds them a moving scene and lets several clients share them, each in its own\n"
-                           "resolution, colour space and frame rate. Prints progress and a table, and writes\n"
-                           "one PNG per client plus contact-sheet.png.\n"
-                           "\n"
-                           "  --seconds N     how long the clients run (default 8, at most 3600)\n"
-                           "  --out DIR       where the pictures go (default demo-output)\n"
-                           "  --input FILE... still images to feed the colour camera instead of the test card\n"
-                           "  --verbose       the library's log at level 5 (verbose)\n"
-                           "  --help          this text\n";
+const char* const kUsage
+    = "Usage: framehub-demo [--seconds N] [--out DIR] [--input FILE...] [--device PATH] [--list-devices]\n"
+      "                     [--verbose] [--help]\n"
+      "\n"
+      "Runs a frame hub with a simulated colour camera and a simulated depth camera,\n"
+      "feeds them a moving scene and lets several clients share them, each in its own\n"
+      "resolution, colour space and frame rate. Prints progress and a table, and writes\n"
+      "one PNG per client plus contact-sheet.png.\n"
+      "\n"
+      "  --seconds N     how long the clients run (default 8, at most 3600)\n"
+      "  --out DIR       where the pictures go (default demo-output)\n"
+      "  --input FILE... still images to feed the colour camera instead of the test card\n"
+      "  --device PATH   a real camera (V4L2) as the colour camera, /dev/video0 say\n"
+      "  --list-devices  the V4L2 capture devices present, with their sizes and rates\n"
+      "  --verbose       the library's log at level 5 (verbose)\n"
+      "  --help          this text\n";
 
 struct Options {
     double seconds = 8.0;
     std::string out = "demo-output";
     std::vector<std::string> inputs;
+    std::string device;
+    bool listDevices = false;
     bool verbose = false;
 };
 
@@ -85,6 +94,13 @@ int parse(int argc, char** argv, Options& options)
             if (!v)
                 return 2;
             options.out = v;
+        } else if (arg == "--device") {
+            const char* v = value("a device path");
+            if (!v)
+                return 2;
+            options.device = v;
+        } else if (arg == "--list-devices") {
+            options.listDevices = true;
         } else if (arg == "--input") {
             while (i + 1 < argc && std::string(argv[i + 1]).rfind("--", 0) != 0)
                 options.inputs.push_back(argv[++i]);
@@ -103,7 +119,8 @@ int parse(int argc, char** argv, Options& options)
 
 const float kDegree = 3.14159265f / 180.0f;
 
-std::vector<CameraInfo> cameras()
+// The real camera takes the colour camera's place when one is given.
+std::vector<CameraInfo> cameras(const CameraInfo* device)
 {
     CameraInfo color;
     color.name = "color";
@@ -120,7 +137,7 @@ std::vector<CameraInfo> cameras()
     depth.resolutions = { { 320, 240 }, { 640, 480 } };
     depth.colorSpaces = { COLORSPACE_DEPTH_16 };
     depth.frameRates = { 5, 15, 30 };
-    return { color, depth };
+    return { device ? *device : color, depth };
 }
 
 struct Request {
@@ -265,13 +282,26 @@ void runClient(FrameHub& hub, Client& c, RecentImages& recent, const std::atomic
 // Puts a frame into every camera at the size each expects, about 30 times a second.
 class Feeder {
 public:
-    Feeder(FrameHub& hub, std::vector<cv::Mat> stills)
+    Feeder(FrameHub& hub, std::vector<cv::Mat> stills, bool colorIsReal)
         : _hub(hub)
         , _stills(std::move(stills))
+        , _colorIsReal(colorIsReal)
     {
     }
 
     void feedOnce(double t)
+    {
+        if (!_colorIsReal)
+            feedColor(t);
+        CameraPreferences expected = _hub.getExpectedImageParameters("depth");
+        const Resolution depthSize = expected.getResolution();
+        cv::Mat depth, infrared;
+        scene::depthScene(static_cast<int>(depthSize.width), static_cast<int>(depthSize.height), t, depth, infrared);
+        _hub.putImage("depth", depthSize, COLORSPACE_DEPTH_16, depth.data);
+        _hub.putImage("depth", depthSize, COLORSPACE_INFRARED_16, infrared.data);
+    }
+
+    void feedColor(double t)
     {
         CameraPreferences expected = _hub.getExpectedImageParameters("color");
         const Resolution size = expected.getResolution();
@@ -284,13 +314,6 @@ public:
             cv::resize(still, rgb, cv::Size(w, h), 0, 0, cv::INTER_AREA);
         }
         _hub.putImage("color", size, expected.getColorSpace(), rgb.data);
-
-        expected = _hub.getExpectedImageParameters("depth");
-        const Resolution depthSize = expected.getResolution();
-        cv::Mat depth, infrared;
-        scene::depthScene(static_cast<int>(depthSize.width), static_cast<int>(depthSize.height), t, depth, infrared);
-        _hub.putImage("depth", depthSize, COLORSPACE_DEPTH_16, depth.data);
-        _hub.putImage("depth", depthSize, COLORSPACE_INFRARED_16, infrared.data);
     }
 
     void run(const std::atomic<bool>& stop, Clock::time_point origin)
@@ -305,6 +328,7 @@ public:
 private:
     FrameHub& _hub;
     std::vector<cv::Mat> _stills;
+    bool _colorIsReal;
 };
 
 double percentile(std::vector<double> values, double p)
@@ -344,6 +368,26 @@ void printTable(const std::vector<Client*>& clients, double seconds)
     }
 }
 
+#ifdef FRAMEHUB_DEMO_V4L2
+int listDevices()
+{
+    const std::vector<V4L2Device> devices = listV4L2Devices();
+    if (devices.empty())
+        std::printf("No V4L2 capture device found.\n");
+    for (const V4L2Device& d : devices) {
+        const CameraInfo info = describeV4L2Device(d.path, d.card);
+        std::printf("%s  %s\n  sizes:", d.path.c_str(), d.card.c_str());
+        for (const Resolution& r : info.resolutions)
+            std::printf(" %s", sizeText(r).c_str());
+        std::printf("\n  rates:");
+        for (int rate : info.frameRates)
+            std::printf(" %d", rate);
+        std::printf("\n");
+    }
+    return 0;
+}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -368,17 +412,52 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    FrameHub hub(cameras());
+    CameraInfo real;
+#ifdef FRAMEHUB_DEMO_V4L2
+    if (options.listDevices)
+        return listDevices();
+    if (!options.device.empty()) {
+        real = describeV4L2Device(options.device, "color");
+        if (real.resolutions.empty()) {
+            std::cerr << "framehub-demo: " << options.device << " can't serve as a camera (see the log above)\n";
+            return 1;
+        }
+    }
+#else
+    if (options.listDevices || !options.device.empty()) {
+        std::cerr << "framehub-demo: built without the V4L2 back-end\n";
+        return 2;
+    }
+#endif
+    const bool realColor = !options.device.empty();
+
+    FrameHub hub(cameras(realColor ? &real : nullptr));
     std::vector<Client*> clients = makeClients();
+    // A webcam may be smaller than the simulated camera: its clients stay within it.
+    if (realColor) {
+        const Resolution largest = *real.resolutions.rbegin();
+        clients.erase(
+            std::remove_if(clients.begin(), clients.end(),
+                [&](Client* c) {
+                    for (const Request& r : c->requests)
+                        if (r.camera == "color" && (r.size.width > largest.width || r.size.height > largest.height)) {
+                            delete c;
+                            return true;
+                        }
+                    return false;
+                }),
+            clients.end());
+    }
     for (Client* c : clients)
         if (!subscribe(hub, *c)) {
             std::cerr << "framehub-demo: could not subscribe " << c->stem << "\n";
             return 1;
         }
     std::printf("framehub-demo: %zu subscribers on cameras %s, running %.1f s\n", clients.size(),
-        "color (2D) and depth (3D)", options.seconds);
+        realColor ? ("color (" + options.device + ") and depth (3D)").c_str() : "color (2D) and depth (3D)",
+        options.seconds);
 
-    Feeder feeder(hub, stills);
+    Feeder feeder(hub, stills, realColor);
     const auto origin = Clock::now();
     feeder.feedOnce(0.0); // a first frame at the negotiated sizes before anyone reads
     std::atomic<bool> stop { false };
