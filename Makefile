@@ -41,7 +41,8 @@ check-sanitizers: deps
 
 # Benchmarks in a Release build of their own: the 2D conversions against
 # memcpy, OpenCV and libyuv (medians of three runs and the ratio summary),
-# the depth conversions against memcpy, and the per-frame image hand-out.
+# the depth conversions against memcpy, the per-frame image hand-out, and the
+# V4L2 grab against memcpy of the frame.
 bench: deps
 	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DFRAMEHUB_BUILD_BENCH=ON -DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
 	@cmake --build build-bench -j$(JOBS)
@@ -49,6 +50,8 @@ bench: deps
 		--benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	@build-bench/bench/depth_bench --benchmark_color=false
 	@build-bench/bench/handout_bench --benchmark_color=false
+	@[ ! -x build-bench/bench/v4l2_grab_bench ] || build-bench/bench/v4l2_grab_bench --benchmark_color=false \
+		--benchmark_min_time=0.2 --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 
 # Every C++ file git tracks, against .clang-format.
 FORMAT_FILES = git ls-files '*.cpp' '*.h'

@@ -46,6 +46,8 @@ public:
     std::vector<uint8_t> jpeg; // MJPEG frame content
     size_t jpegCut = 0; // when non-zero, the next MJPEG frame is cut to this many bytes
     int64_t clock = 1000000000;
+    bool recordCalls = true; // off in benchmarks: only the protocol's own cost
+    bool fillFrames = true;
     std::map<uint32_t, Control> controls;
 
     // Faults: the next `count` calls of a request (0 for poll) fail with `error`.
@@ -144,7 +146,8 @@ public:
     int poll(int, int timeoutMs, short* events) override
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        calls.push_back("poll");
+        if (recordCalls)
+            calls.push_back("poll");
         *events = 0;
         if (int e = fault(0))
             return error(e);
@@ -173,7 +176,7 @@ public:
     int ioctl(int, unsigned long request, void* arg) override
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        if (request != VIDIOC_QUERYCTRL && request != VIDIOC_QUERYMENU)
+        if (recordCalls && request != VIDIOC_QUERYCTRL && request != VIDIOC_QUERYMENU)
             calls.push_back(name(request));
         if (int e = fault(request))
             return error(e);
@@ -382,11 +385,12 @@ private:
                 std::memcpy(buffer.memory.data(), jpeg.data(), n);
                 b.bytesused = static_cast<uint32_t>(n);
                 jpegCut = 0;
-            } else {
+            } else if (fillFrames) {
                 for (size_t k = 0; k < buffer.memory.size(); ++k)
                     buffer.memory[k] = static_cast<uint8_t>(sequence + k);
-                b.bytesused = static_cast<uint32_t>(buffer.memory.size());
             }
+            if (pixelFormat != V4L2_PIX_FMT_MJPEG)
+                b.bytesused = static_cast<uint32_t>(buffer.memory.size());
             _ready.push_back(b);
         }
     }
