@@ -114,7 +114,7 @@ bool CameraV4L2::_initDevice()
 // Back to what the subscribers need: format, rate, and every control at its default.
 bool CameraV4L2::_resetDevice()
 {
-    if (!_configureFormat(_currentPreferences.getResolution(), __func__))
+    if (!_configureFormat(_currentPreferences.getResolution(), __func__) || _fd < 0)
         return false;
     _applyFrameRate(__func__);
     _resetControls();
