@@ -22,9 +22,6 @@ for tool in dbus-daemon:dbus-daemon pipewire:pipewire wireplumber:wireplumber pw
     command -v "${tool%%:*}" >/dev/null 2>&1 || skip "${tool%%:*} not found (Debian package ${tool#*:})"
 done
 [ -x "$SOURCE_BINARY" ] || skip "the test source was not built (Debian package libpipewire-0.3-dev)"
-case "$SANITIZERS" in
-*thread*) skip "the pw-v4l2 shim's own threads are not instrumented for ThreadSanitizer" ;;
-esac
 
 # One run at a time on this machine: the shim only answers at /dev/video0.
 exec 9>/tmp/framehub-v4l2-pipewire.lock
@@ -83,8 +80,14 @@ if [ ! -e /dev/video0 ]; then
     CREATED=yes
 fi
 
+# The shim comes before the sanitizer runtime, and its start-up deadlocks
+# with the symbolizer's: reports of this run carry raw addresses.
 case "$SANITIZERS" in
-*address*) export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0" ;;
+*thread*) export TSAN_OPTIONS="${TSAN_OPTIONS:+$TSAN_OPTIONS:}symbolize=0" ;;
+*address*)
+    export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0:symbolize=0"
+    export LSAN_OPTIONS="${LSAN_OPTIONS:+$LSAN_OPTIONS:}suppressions=$(dirname "$0")/lsan_pipewire.supp"
+    ;;
 esac
 export FRAMEHUB_PW_SOURCE_PID=$SOURCE_PID
 export FRAMEHUB_PW_SOURCE_LOG="$RUNTIME/source.log"
