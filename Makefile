@@ -54,7 +54,8 @@ fuzz: deps
 # memcpy, OpenCV and libyuv (medians of three runs and the ratio summary),
 # the depth conversions against memcpy, the per-frame image hand-out, the
 # scaling curve of one camera shared by 1 to 32 subscribers (docs/scaling.png),
-# and the Python module's fetch against the same fetch in C++.
+# the Python module's fetch against the same fetch in C++, and the V4L2 grab
+# against memcpy of the frame.
 bench: deps
 	@cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DFRAMEHUB_BUILD_BENCH=ON -DFRAMEHUB_BUILD_TESTS=OFF >/dev/null
 	@cmake --build build-bench -j$(JOBS)
@@ -65,6 +66,8 @@ bench: deps
 	@/usr/bin/python3 bench/plot_scaling.py build-bench/bench/scaling_bench docs/scaling.png
 	@if [ -d build-bench/python/framehub ]; then PYTHONPATH=build-bench/python /usr/bin/python3 \
 		bench/python_image_bench.py build-bench/bench/image_fetch_loop; fi
+	@[ ! -x build-bench/bench/v4l2_grab_bench ] || build-bench/bench/v4l2_grab_bench --benchmark_color=false \
+		--benchmark_min_time=0.2 --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 
 # Libraries, headers, CMake and pkg-config files, tools and the Python
 # module under PREFIX, staged under DESTDIR when it is set.

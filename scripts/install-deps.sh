@@ -11,7 +11,9 @@ python3-matplotlib \
 libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
 gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-tools \
 dpkg-dev file \
-pybind11-dev python3-dev python3-numpy python3-pytest"
+pybind11-dev python3-dev python3-numpy python3-pytest \
+libturbojpeg0-dev \
+pipewire pipewire-bin pipewire-v4l2 wireplumber dbus-daemon libpipewire-0.3-dev"
 
 missing=""
 for p in $PACKAGES; do

@@ -7,6 +7,9 @@
 
 #include <framehub/camera_builder.h>
 #include <framehub/frame_hub.h>
+#ifdef FRAMEHUB_DEMO_V4L2
+#include <framehub/v4l2.h>
+#endif
 #include <lumo/log.h>
 
 #include <opencv2/imgcodecs.hpp>
@@ -33,26 +36,32 @@ typedef std::chrono::steady_clock Clock;
 
 namespace {
 
-const char* const kUsage = "Usage: framehub-demo [--seconds N] [--out DIR] [--input FILE...] [--verbose] [--help]\n"
-                           "\n"
-                           "Runs a frame hub with a simulated colour camera and a simulated depth camera,\n"
-                           "feeds them a moving scene and lets several clients share them, each in its own\n"
-                           "resolution, colour space and frame rate. Prints progress and a table, and writes\n"
-                           "one PNG per client plus contact-sheet.png.\n"
-                           "\n"
-                           "  --seconds N     how long the clients run (default 8, at most 3600)\n"
-                           "  --out DIR       where the pictures go (default demo-output)\n"
-                           "  --input FILE... still images to feed the colour camera instead of the test card\n"
-                           "  --gst PIPELINE  the colour camera is this GStreamer source instead, e.g.\n"
-                           "                  \"videotestsrc is-live=true pattern=ball\" or\n"
-                           "                  \"loop=true filesrc location=clip.mp4 ! decodebin\"\n"
-                           "  --verbose       the library's log at level 5 (verbose)\n"
-                           "  --help          this text\n";
+const char* const kUsage
+    = "Usage: framehub-demo [--seconds N] [--out DIR] [--input FILE...] [--device PATH] [--list-devices]\n"
+      "                     [--gst PIPELINE] [--verbose] [--help]\n"
+      "\n"
+      "Runs a frame hub with a simulated colour camera and a simulated depth camera,\n"
+      "feeds them a moving scene and lets several clients share them, each in its own\n"
+      "resolution, colour space and frame rate. Prints progress and a table, and writes\n"
+      "one PNG per client plus contact-sheet.png.\n"
+      "\n"
+      "  --seconds N     how long the clients run (default 8, at most 3600)\n"
+      "  --out DIR       where the pictures go (default demo-output)\n"
+      "  --input FILE... still images to feed the colour camera instead of the test card\n"
+      "  --device PATH   a real camera (V4L2) as the colour camera, /dev/video0 say\n"
+      "  --list-devices  the V4L2 capture devices present, with their sizes and rates\n"
+      "  --gst PIPELINE  the colour camera is this GStreamer source instead, e.g.\n"
+      "                  \"videotestsrc is-live=true pattern=ball\" or\n"
+      "                  \"loop=true filesrc location=clip.mp4 ! decodebin\"\n"
+      "  --verbose       the library's log at level 5 (verbose)\n"
+      "  --help          this text\n";
 
 struct Options {
     double seconds = 8.0;
     std::string out = "demo-output";
     std::vector<std::string> inputs;
+    std::string device;
+    bool listDevices = false;
     std::string gst;
     bool verbose = false;
 };
@@ -90,6 +99,18 @@ int parse(int argc, char** argv, Options& options)
             if (!v)
                 return 2;
             options.out = v;
+        } else if (arg == "--device") {
+            const char* v = value("a device path");
+            if (!v)
+                return 2;
+            options.device = v;
+        } else if (arg == "--list-devices") {
+            options.listDevices = true;
+        } else if (arg == "--gst") {
+            const char* v = value("a pipeline");
+            if (!v)
+                return 2;
+            options.gst = v;
         } else if (arg == "--input") {
             while (i + 1 < argc && std::string(argv[i + 1]).rfind("--", 0) != 0)
                 options.inputs.push_back(argv[++i]);
@@ -97,19 +118,15 @@ int parse(int argc, char** argv, Options& options)
                 std::cerr << "framehub-demo: --input needs at least one image file\n";
                 return 2;
             }
-        } else if (arg == "--gst") {
-            const char* v = value("a pipeline");
-            if (!v)
-                return 2;
-            options.gst = v;
         } else {
             std::cerr << "framehub-demo: unknown option '" << arg << "'\n"
                       << "Try 'framehub-demo --help'.\n";
             return 2;
         }
     }
-    if (!options.gst.empty() && !options.inputs.empty()) {
-        std::cerr << "framehub-demo: --gst and --input both feed the colour camera; give one\n";
+    const int colorSources = !options.gst.empty() + !options.inputs.empty() + !options.device.empty();
+    if (colorSources > 1) {
+        std::cerr << "framehub-demo: --gst, --device and --input each feed the colour camera; give one\n";
         return 2;
     }
     return 0;
@@ -117,8 +134,9 @@ int parse(int argc, char** argv, Options& options)
 
 const float kDegree = 3.14159265f / 180.0f;
 
-// An empty pipeline keeps the simulated colour camera.
-std::vector<CameraInfo> cameras(const std::string& gst)
+// A real camera takes the simulated colour camera's place when one is given;
+// a GStreamer pipeline keeps its description and replaces its back-end.
+std::vector<CameraInfo> cameras(const CameraInfo* device, const std::string& gst)
 {
     CameraInfo color;
     color.name = "color";
@@ -136,7 +154,7 @@ std::vector<CameraInfo> cameras(const std::string& gst)
     depth.resolutions = { { 320, 240 }, { 640, 480 } };
     depth.colorSpaces = { COLORSPACE_DEPTH_16 };
     depth.frameRates = { 5, 15, 30 };
-    return { color, depth };
+    return { device ? *device : color, depth };
 }
 
 struct Request {
@@ -282,16 +300,16 @@ void runClient(FrameHub& hub, Client& c, RecentImages& recent, const std::atomic
 // Puts a frame into every camera at the size each expects, about 30 times a second.
 class Feeder {
 public:
-    Feeder(FrameHub& hub, std::vector<cv::Mat> stills, bool feedColor)
+    Feeder(FrameHub& hub, std::vector<cv::Mat> stills, bool colorIsReal)
         : _hub(hub)
         , _stills(std::move(stills))
-        , _feedColor(feedColor)
+        , _colorIsReal(colorIsReal)
     {
     }
 
     void feedOnce(double t)
     {
-        if (_feedColor)
+        if (!_colorIsReal)
             feedColor(t);
         CameraPreferences expected = _hub.getExpectedImageParameters("depth");
         const Resolution depthSize = expected.getResolution();
@@ -328,7 +346,7 @@ public:
 private:
     FrameHub& _hub;
     std::vector<cv::Mat> _stills;
-    bool _feedColor;
+    bool _colorIsReal;
 };
 
 double percentile(std::vector<double> values, double p)
@@ -368,6 +386,26 @@ void printTable(const std::vector<Client*>& clients, double seconds)
     }
 }
 
+#ifdef FRAMEHUB_DEMO_V4L2
+int listDevices()
+{
+    const std::vector<V4L2Device> devices = listV4L2Devices();
+    if (devices.empty())
+        std::printf("No V4L2 capture device found.\n");
+    for (const V4L2Device& d : devices) {
+        const CameraInfo info = describeV4L2Device(d.path, d.card);
+        std::printf("%s  %s\n  sizes:", d.path.c_str(), d.card.c_str());
+        for (const Resolution& r : info.resolutions)
+            std::printf(" %s", sizeText(r).c_str());
+        std::printf("\n  rates:");
+        for (int rate : info.frameRates)
+            std::printf(" %d", rate);
+        std::printf("\n");
+    }
+    return 0;
+}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -392,6 +430,23 @@ int main(int argc, char** argv)
         return 2;
     }
 
+    CameraInfo real;
+#ifdef FRAMEHUB_DEMO_V4L2
+    if (options.listDevices)
+        return listDevices();
+    if (!options.device.empty()) {
+        real = describeV4L2Device(options.device, "color");
+        if (real.resolutions.empty()) {
+            std::cerr << "framehub-demo: " << options.device << " can't serve as a camera (see the log above)\n";
+            return 1;
+        }
+    }
+#else
+    if (options.listDevices || !options.device.empty()) {
+        std::cerr << "framehub-demo: built without the V4L2 back-end\n";
+        return 2;
+    }
+#endif
     if (!options.gst.empty()) {
         const std::vector<std::string> models = CameraBuilder::models();
         if (std::find(models.begin(), models.end(), "GStreamer") == models.end()) {
@@ -399,17 +454,37 @@ int main(int argc, char** argv)
             return 2;
         }
     }
-    FrameHub hub(cameras(options.gst));
+    const bool realColor = !options.device.empty();
+    const std::string colorName = realColor ? "color (" + options.device + ")"
+        : options.gst.empty()               ? std::string("color (2D)")
+                                            : std::string("color (GStreamer)");
+
+    FrameHub hub(cameras(realColor ? &real : nullptr, options.gst));
     std::vector<Client*> clients = makeClients();
+    // A webcam may be smaller than the simulated camera: its clients stay within it.
+    if (realColor) {
+        const Resolution largest = *real.resolutions.rbegin();
+        clients.erase(
+            std::remove_if(clients.begin(), clients.end(),
+                [&](Client* c) {
+                    for (const Request& r : c->requests)
+                        if (r.camera == "color" && (r.size.width > largest.width || r.size.height > largest.height)) {
+                            delete c;
+                            return true;
+                        }
+                    return false;
+                }),
+            clients.end());
+    }
     for (Client* c : clients)
         if (!subscribe(hub, *c)) {
             std::cerr << "framehub-demo: could not subscribe " << c->stem << "\n";
             return 1;
         }
     std::printf("framehub-demo: %zu subscribers on cameras %s, running %.1f s\n", clients.size(),
-        options.gst.empty() ? "color (2D) and depth (3D)" : "color (GStreamer) and depth (3D)", options.seconds);
+        (colorName + " and depth (3D)").c_str(), options.seconds);
 
-    Feeder feeder(hub, stills, options.gst.empty());
+    Feeder feeder(hub, stills, realColor || !options.gst.empty());
     const auto origin = Clock::now();
     feeder.feedOnce(0.0); // a first frame at the negotiated sizes before anyone reads
     std::atomic<bool> stop { false };
