@@ -6,7 +6,10 @@ set -eu
 PACKAGES="cmake g++ make pkg-config git clang-format \
 libboost-thread-dev libboost-system-dev \
 libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev \
-libgtest-dev libbenchmark-dev libyuv-dev"
+libgtest-dev libbenchmark-dev libyuv-dev \
+libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev \
+gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly \
+gstreamer1.0-rtsp gstreamer1.0-tools"
 
 missing=""
 for p in $PACKAGES; do

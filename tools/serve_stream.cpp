@@ -1,0 +1,400 @@
+#include "serve_stream.h"
+
+#include "render.h"
+#include "scene.h"
+
+#include <lumo/os.h>
+
+#include <gst/app/gstappsrc.h>
+#include <gst/video/video.h>
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <iostream>
+
+using namespace Kelmo::FrameHub;
+
+namespace serve {
+
+namespace {
+
+const int kTimeCodeBits = 32;
+
+int64_t epochMicroseconds()
+{
+    lumo::os::timeval now;
+    lumo::os::gettimeofday(&now);
+    return now.tv_sec * 1000000 + now.tv_usec;
+}
+
+// How long a freshly configured pipeline is fed without a playing client:
+// a live media needs frames before it can describe itself.
+const auto kPrerollGrace = std::chrono::seconds(5);
+
+} // namespace
+
+void drawTimeCode(unsigned char* rgb, int width, int height, uint32_t milliseconds)
+{
+    const int rows = std::max(1, height / 16);
+    for (int bit = 0; bit < kTimeCodeBits; ++bit) {
+        const unsigned char value = (milliseconds >> (kTimeCodeBits - 1 - bit)) & 1 ? 255 : 0;
+        const int x0 = bit * width / kTimeCodeBits, x1 = (bit + 1) * width / kTimeCodeBits;
+        for (int y = 0; y < rows; ++y)
+            std::memset(rgb + (static_cast<size_t>(y) * width + x0) * 3, value, static_cast<size_t>(x1 - x0) * 3);
+    }
+}
+
+uint32_t readTimeCode(const unsigned char* gray, int width, int height, int stride)
+{
+    // The middle of each cell: away from the blur an encoder leaves at edges.
+    const int rows = std::max(1, height / 16);
+    uint32_t value = 0;
+    for (int bit = 0; bit < kTimeCodeBits; ++bit) {
+        const int x0 = bit * width / kTimeCodeBits, x1 = (bit + 1) * width / kTimeCodeBits;
+        const int left = x0 + (x1 - x0) / 4, right = std::max(left + 1, x1 - (x1 - x0) / 4);
+        unsigned sum = 0, count = 0;
+        for (int y = rows / 4; y < std::max(rows / 4 + 1, rows * 3 / 4); ++y)
+            for (int x = left; x < right; ++x, ++count)
+                sum += gray[static_cast<size_t>(y) * stride + x];
+        value = (value << 1) | (count && sum / count > 127 ? 1u : 0u);
+    }
+    return value;
+}
+
+Feeder::Feeder(FrameHub& hub, const std::vector<CameraInfo>& cameras, bool timeCode)
+    : _hub(hub)
+    , _timeCode(timeCode)
+    , _origin(Clock::now())
+{
+    for (const CameraInfo& info : cameras)
+        if (info.model == "Simulator2D" || info.model == "Simulator3D") {
+            _cameras.emplace_back(new Simulated);
+            _cameras.back()->name = info.name;
+            _cameras.back()->depth = info.model == "Simulator3D";
+        }
+}
+
+Feeder::~Feeder() { stop(); }
+
+void Feeder::start()
+{
+    _thread = std::thread([this] { run(); });
+}
+
+void Feeder::stop()
+{
+    {
+        std::lock_guard<std::mutex> lock(_stopMutex);
+        _stop = true;
+    }
+    _wake.notify_all();
+    if (_thread.joinable())
+        _thread.join();
+}
+
+std::string Feeder::subscribe(const std::string& camera, const std::function<std::string()>& call)
+{
+    for (auto& c : _cameras)
+        if (c->name == camera) {
+            std::lock_guard<std::mutex> lock(c->mutex);
+            std::string name = call();
+            if (!name.empty() && c->users++ == 0) {
+                c->due = Clock::now();
+                feed(*c, std::chrono::duration<double>(c->due - _origin).count()); // so the first fetch finds one
+            }
+            return name;
+        }
+    return call();
+}
+
+bool Feeder::unsubscribe(const std::string& camera, const std::function<bool()>& call)
+{
+    for (auto& c : _cameras)
+        if (c->name == camera) {
+            std::lock_guard<std::mutex> lock(c->mutex);
+            const bool done = call();
+            c->users -= done;
+            return done;
+        }
+    return call();
+}
+
+void Feeder::feed(Simulated& camera, double t)
+{
+    const CameraPreferences expected = _hub.getExpectedImageParameters(camera.name);
+    const Resolution size = expected.getResolution();
+    const int w = static_cast<int>(size.width), h = static_cast<int>(size.height);
+    if (w <= 0 || h <= 0 || w > 8192 || h > 8192)
+        return;
+    if (camera.depth) {
+        cv::Mat depth, infrared;
+        scene::depthScene(w, h, t, depth, infrared);
+        _hub.putImage(camera.name, size, COLORSPACE_DEPTH_16, depth.data);
+        _hub.putImage(camera.name, size, COLORSPACE_INFRARED_16, infrared.data);
+    } else {
+        cv::Mat rgb = scene::testCard(w, h, t);
+        if (_timeCode)
+            drawTimeCode(rgb.data, w, h, static_cast<uint32_t>(epochMicroseconds() / 1000));
+        _hub.putImage(camera.name, size, expected.getColorSpace(), rgb.data);
+    }
+    const int rate = std::max(1, std::min(240, expected.getRefreshRate()));
+    camera.due += std::chrono::microseconds(1000000 / rate);
+}
+
+void Feeder::run()
+{
+    for (;;) {
+        Clock::time_point next = Clock::now() + std::chrono::milliseconds(100);
+        for (auto& c : _cameras) {
+            std::lock_guard<std::mutex> lock(c->mutex);
+            if (c->users == 0)
+                continue;
+            const Clock::time_point now = Clock::now();
+            if (c->due <= now) {
+                if (c->due < now - std::chrono::milliseconds(100))
+                    c->due = now; // fell behind: don't try to catch up
+                feed(*c, std::chrono::duration<double>(now - _origin).count());
+            }
+            next = std::min(next, c->due);
+        }
+        std::unique_lock<std::mutex> lock(_stopMutex);
+        if (_wake.wait_until(lock, next, [this] { return _stop; }))
+            return;
+    }
+}
+
+ServedStream::ServedStream(FrameHub& hub, Feeder& feeder, const StreamOption& option)
+    : _hub(hub)
+    , _feeder(feeder)
+    , _option(option)
+{
+    switch (option.colorSpace) {
+    case COLORSPACE_RGB_888:
+        _format = "RGB";
+        break;
+    case COLORSPACE_BGR_888:
+        _format = "BGR";
+        break;
+    case COLORSPACE_YUV_422:
+        _format = "YUY2";
+        break;
+    case COLORSPACE_Y_8:
+    case COLORSPACE_U_8:
+    case COLORSPACE_V_8:
+    case COLORSPACE_H_8:
+    case COLORSPACE_S_8:
+    case COLORSPACE_R_8:
+    case COLORSPACE_G_8:
+    case COLORSPACE_B_8:
+        _format = "GRAY8";
+        break;
+    default:
+        _format = nullptr;
+        break;
+    }
+    _direct = _format != nullptr;
+    if (!_direct)
+        _format = "BGR";
+    gst_video_info_set_format(&_info, gst_video_format_from_string(_format), static_cast<guint>(option.size.width),
+        static_cast<guint>(option.size.height));
+    _info.fps_n = option.rate;
+    _info.fps_d = 1;
+}
+
+ServedStream::~ServedStream() { stop(); }
+
+std::string ServedStream::rawCaps() const
+{
+    return "video/x-raw,format=" + std::string(_format) + ",width=" + std::to_string(_option.size.width)
+        + ",height=" + std::to_string(_option.size.height) + ",framerate=" + std::to_string(_option.rate) + "/1";
+}
+
+void ServedStream::start()
+{
+    _thread = std::thread([this] { run(); });
+}
+
+void ServedStream::stop()
+{
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _stop = true;
+    }
+    _wake.notify_all();
+    if (_thread.joinable())
+        _thread.join();
+    std::lock_guard<std::mutex> lock(_mutex);
+    if (_appsrc)
+        gst_object_unref(_appsrc);
+    _appsrc = nullptr;
+}
+
+void ServedStream::attach(GstElement* appsrc)
+{
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        if (_appsrc)
+            gst_object_unref(_appsrc);
+        _appsrc = GST_ELEMENT(gst_object_ref(appsrc));
+        _attachedAt = Clock::now();
+        _restamp = true;
+    }
+    _wake.notify_all();
+}
+
+void ServedStream::detach(GstElement* appsrc)
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    if (_appsrc != appsrc)
+        return; // a newer pipeline took over already
+    gst_object_unref(_appsrc);
+    _appsrc = nullptr;
+}
+
+void ServedStream::clientJoined()
+{
+    ++_clients;
+    _wake.notify_all();
+}
+
+void ServedStream::clientLeft()
+{
+    if (_clients > 0)
+        --_clients;
+}
+
+bool ServedStream::_wanted(Clock::time_point now) const
+{
+    return _appsrc && (_clients > 0 || now - _attachedAt < kPrerollGrace);
+}
+
+bool ServedStream::subscribe()
+{
+    if (!_subscriber.empty())
+        return true;
+    std::string stem = "serve_" + _option.path;
+    std::replace(stem.begin(), stem.end(), '/', '_');
+    _subscriber = _feeder.subscribe(_option.camera,
+        [&] { return _hub.subscribeCamera(stem, _option.camera, _option.size, _option.colorSpace, _option.rate); });
+    if (_subscriber.empty())
+        std::cerr << "framehub-serve: stream '" << _option.path << "' could not subscribe to camera '" << _option.camera
+                  << "'\n";
+    return !_subscriber.empty();
+}
+
+void ServedStream::unsubscribe()
+{
+    if (_subscriber.empty())
+        return;
+    _feeder.unsubscribe(_option.camera, [&] { return _hub.unsubscribe(_subscriber); });
+    _subscriber.clear();
+}
+
+void ServedStream::run()
+{
+    const auto period = std::chrono::microseconds(1000000 / _option.rate);
+    Clock::time_point next = Clock::now();
+    for (;;) {
+        GstElement* appsrc = nullptr;
+        {
+            std::unique_lock<std::mutex> lock(_mutex);
+            if (_wake.wait_until(lock, next, [&] { return _stop; }))
+                break;
+            if (!_wanted(Clock::now())) {
+                lock.unlock();
+                unsubscribe(); // nobody watches: let the camera close if nothing else uses it
+                lock.lock();
+                // Bounded: the preroll grace ends without a notification.
+                _wake.wait_for(lock, std::chrono::milliseconds(250), [&] { return _stop || _wanted(Clock::now()); });
+                next = Clock::now();
+                continue;
+            }
+            if (_restamp) {
+                _lastPts = GST_CLOCK_TIME_NONE;
+                _restamp = false;
+            }
+            appsrc = GST_ELEMENT(gst_object_ref(_appsrc));
+        }
+        if (subscribe()) {
+            FrameHub::Buffer image = _hub.getImage(_subscriber);
+            if (image)
+                push(appsrc, *image);
+            _hub.releaseImage(_subscriber);
+            next += period;
+        } else {
+            next += std::chrono::seconds(1);
+        }
+        gst_object_unref(appsrc);
+        const Clock::time_point now = Clock::now();
+        if (next < now)
+            next = now; // fell behind: don't try to catch up
+    }
+    unsubscribe();
+}
+
+GstBuffer* ServedStream::copyIntoBuffer(const ImageBuffer& image)
+{
+    if (image.getResolution() != _option.size || image.getColorSpace() != _option.colorSpace) {
+        if (!_warnedMismatch)
+            std::cerr << "framehub-serve: stream '" << _option.path << "' got an image of another format; skipped\n";
+        _warnedMismatch = true;
+        return nullptr;
+    }
+    cv::Mat pixels = ImageBuffer::imageBufferToCvMat(image);
+    if (!_direct) {
+        render::Snapshot view; // a header only: toPicture reads, and the image is held until release
+        view.colorSpace = image.getColorSpace();
+        view.pixels = pixels;
+        cv::Mat picture = render::toPicture(view);
+        if (picture.cols != _info.width || picture.rows != _info.height)
+            cv::resize(picture, pixels, cv::Size(_info.width, _info.height), 0, 0, cv::INTER_AREA);
+        else
+            pixels = picture;
+    }
+    const size_t rowBytes = static_cast<size_t>(_info.width) * GST_VIDEO_INFO_COMP_PSTRIDE(&_info, 0);
+    if (pixels.rows != _info.height || pixels.elemSize() * pixels.cols != rowBytes)
+        return nullptr;
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&_info), nullptr);
+    GstMapInfo map;
+    if (!buffer || !gst_buffer_map(buffer, &map, GST_MAP_WRITE)) {
+        if (buffer)
+            gst_buffer_unref(buffer);
+        return nullptr;
+    }
+    const size_t stride = GST_VIDEO_INFO_PLANE_STRIDE(&_info, 0);
+    for (int row = 0; row < _info.height; ++row)
+        std::memcpy(map.data + row * stride, pixels.ptr(row), rowBytes);
+    gst_buffer_unmap(buffer, &map);
+    return buffer;
+}
+
+void ServedStream::push(GstElement* appsrc, const ImageBuffer& image)
+{
+    GstClock* clock = gst_element_get_clock(appsrc);
+    if (!clock)
+        return; // not playing yet
+    const GstClockTime now = gst_clock_get_time(clock);
+    const GstClockTime base = gst_element_get_base_time(appsrc);
+    gst_object_unref(clock);
+    if (now < base)
+        return;
+    GstBuffer* buffer = copyIntoBuffer(image);
+    if (!buffer)
+        return;
+    // The running time the image was put into the camera, from its age:
+    // waits on the way (fetch, conversion, pacing) don't shift it.
+    const GstClockTime duration = GST_SECOND / _option.rate;
+    const int64_t age = std::max<int64_t>(0, epochMicroseconds() - image.getTimeStamp()) * GST_USECOND;
+    GstClockTime pts = now - base - std::min<GstClockTime>({ static_cast<GstClockTime>(age), duration, now - base });
+    if (GST_CLOCK_TIME_IS_VALID(_lastPts) && pts <= _lastPts)
+        pts = _lastPts + 1;
+    _lastPts = pts;
+    GST_BUFFER_PTS(buffer) = pts;
+    GST_BUFFER_DURATION(buffer) = duration;
+    if (gst_app_src_push_buffer(GST_APP_SRC(appsrc), buffer) == GST_FLOW_OK)
+        ++_frames;
+}
+
+} // namespace serve
