@@ -67,8 +67,9 @@ std::string encoderFor(const std::string& codec, const serve::StreamOption& s, s
         }
         // Baseline: no B-frames, so no reordering delay at either end.
         const std::string encoder = x264
-            ? "x264enc tune=zerolatency speed-preset=ultrafast bitrate=" + std::to_string(kbits) + " key-int-max=" + gop
-            : "openh264enc bitrate=" + std::to_string(kbits * 1000) + " gop-size=" + gop + " complexity=low";
+            ? "x264enc name=enc tune=zerolatency speed-preset=ultrafast bitrate=" + std::to_string(kbits)
+                + " key-int-max=" + gop
+            : "openh264enc name=enc bitrate=" + std::to_string(kbits * 1000) + " gop-size=" + gop + " complexity=low";
         return "video/x-raw,format=I420 ! " + encoder
             + " ! video/x-h264,profile=constrained-baseline ! rtph264pay name=pay0 pt=96 config-interval=-1";
     }
@@ -76,7 +77,7 @@ std::string encoderFor(const std::string& codec, const serve::StreamOption& s, s
         missing = "jpegenc and rtpjpegpay (gstreamer1.0-plugins-good)";
         return std::string();
     }
-    return "video/x-raw,format=I420 ! jpegenc quality=85 ! rtpjpegpay name=pay0 pt=26";
+    return "video/x-raw,format=I420 ! jpegenc name=enc quality=85 ! rtpjpegpay name=pay0 pt=26";
 }
 
 std::string codecName(const std::string& launch)
@@ -164,11 +165,14 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
 {
     GstElement* bin = gst_rtsp_media_get_element(media);
     GstElement* appsrc = gst_bin_get_by_name_recurse_up(GST_BIN(bin), "src");
+    GstElement* encoder = gst_bin_get_by_name_recurse_up(GST_BIN(bin), "enc");
     if (appsrc) {
-        static_cast<ServedStream*>(data)->attach(appsrc);
+        static_cast<ServedStream*>(data)->attach(appsrc, encoder);
         g_signal_connect(media, "unprepared", G_CALLBACK(onUnprepared), data);
         gst_object_unref(appsrc);
     }
+    if (encoder)
+        gst_object_unref(encoder);
     gst_object_unref(bin);
 }
 
@@ -276,7 +280,7 @@ int main(int argc, char** argv)
         server.streams.emplace_back(new ServedStream(*hub, feeder, s));
         ServedStream* stream = server.streams.back().get();
         GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
-        const std::string launch = "( appsrc name=src is-live=true format=time do-timestamp=false max-buffers=2 "
+        const std::string launch = "( appsrc name=src is-live=true format=time do-timestamp=true max-buffers=2 "
                                    "leaky-type=downstream caps=\""
             + stream->rawCaps() + "\" ! videoconvert ! " + encoder + " )";
         gst_rtsp_media_factory_set_launch(factory, launch.c_str());

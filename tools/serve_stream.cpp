@@ -100,9 +100,11 @@ std::string Feeder::subscribe(const std::string& camera, const std::function<std
         if (c->name == camera) {
             std::lock_guard<std::mutex> lock(c->mutex);
             std::string name = call();
-            if (!name.empty() && c->users++ == 0) {
+            if (!name.empty()) {
+                ++c->users;
+                // At the size just negotiated, so that the next fetch finds a frame.
                 c->due = Clock::now();
-                feed(*c, std::chrono::duration<double>(c->due - _origin).count()); // so the first fetch finds one
+                feed(*c, std::chrono::duration<double>(c->due - _origin).count());
             }
             return name;
         }
@@ -116,6 +118,10 @@ bool Feeder::unsubscribe(const std::string& camera, const std::function<bool()>&
             std::lock_guard<std::mutex> lock(c->mutex);
             const bool done = call();
             c->users -= done;
+            if (done && c->users > 0) {
+                c->due = Clock::now();
+                feed(*c, std::chrono::duration<double>(c->due - _origin).count());
+            }
             return done;
         }
     return call();
@@ -228,18 +234,22 @@ void ServedStream::stop()
     std::lock_guard<std::mutex> lock(_mutex);
     if (_appsrc)
         gst_object_unref(_appsrc);
-    _appsrc = nullptr;
+    if (_encoder)
+        gst_object_unref(_encoder);
+    _appsrc = _encoder = nullptr;
 }
 
-void ServedStream::attach(GstElement* appsrc)
+void ServedStream::attach(GstElement* appsrc, GstElement* encoder)
 {
     {
         std::lock_guard<std::mutex> lock(_mutex);
         if (_appsrc)
             gst_object_unref(_appsrc);
+        if (_encoder)
+            gst_object_unref(_encoder);
         _appsrc = GST_ELEMENT(gst_object_ref(appsrc));
+        _encoder = encoder ? GST_ELEMENT(gst_object_ref(encoder)) : nullptr;
         _attachedAt = Clock::now();
-        _restamp = true;
     }
     _wake.notify_all();
 }
@@ -250,13 +260,25 @@ void ServedStream::detach(GstElement* appsrc)
     if (_appsrc != appsrc)
         return; // a newer pipeline took over already
     gst_object_unref(_appsrc);
-    _appsrc = nullptr;
+    if (_encoder)
+        gst_object_unref(_encoder);
+    _appsrc = _encoder = nullptr;
 }
 
 void ServedStream::clientJoined()
 {
     ++_clients;
+    GstPad* pad = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        if (_encoder)
+            pad = gst_element_get_static_pad(_encoder, "src");
+    }
     _wake.notify_all();
+    if (pad) {
+        gst_pad_send_event(pad, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+        gst_object_unref(pad);
+    }
 }
 
 void ServedStream::clientLeft()
@@ -310,10 +332,6 @@ void ServedStream::run()
                 _wake.wait_for(lock, std::chrono::milliseconds(250), [&] { return _stop || _wanted(Clock::now()); });
                 next = Clock::now();
                 continue;
-            }
-            if (_restamp) {
-                _lastPts = GST_CLOCK_TIME_NONE;
-                _restamp = false;
             }
             appsrc = GST_ELEMENT(gst_object_ref(_appsrc));
         }
@@ -372,27 +390,14 @@ GstBuffer* ServedStream::copyIntoBuffer(const ImageBuffer& image)
 
 void ServedStream::push(GstElement* appsrc, const ImageBuffer& image)
 {
-    GstClock* clock = gst_element_get_clock(appsrc);
-    if (!clock)
-        return; // not playing yet
-    const GstClockTime now = gst_clock_get_time(clock);
-    const GstClockTime base = gst_element_get_base_time(appsrc);
-    gst_object_unref(clock);
-    if (now < base)
-        return;
     GstBuffer* buffer = copyIntoBuffer(image);
     if (!buffer)
         return;
-    // The running time the image was put into the camera, from its age:
-    // waits on the way (fetch, conversion, pacing) don't shift it.
-    const GstClockTime duration = GST_SECOND / _option.rate;
-    const int64_t age = std::max<int64_t>(0, epochMicroseconds() - image.getTimeStamp()) * GST_USECOND;
-    GstClockTime pts = now - base - std::min<GstClockTime>({ static_cast<GstClockTime>(age), duration, now - base });
-    if (GST_CLOCK_TIME_IS_VALID(_lastPts) && pts <= _lastPts)
-        pts = _lastPts + 1;
-    _lastPts = pts;
-    GST_BUFFER_PTS(buffer) = pts;
-    GST_BUFFER_DURATION(buffer) = duration;
+    // The time stamp is left to the appsrc (do-timestamp): it stamps the
+    // running time when the buffer leaves its queue, which stays right
+    // across the pauses and restarts of a shared pipeline; a stamp taken
+    // here would run ahead while the pipeline waits for its first PLAY.
+    GST_BUFFER_DURATION(buffer) = GST_SECOND / _option.rate;
     if (gst_app_src_push_buffer(GST_APP_SRC(appsrc), buffer) == GST_FLOW_OK)
         ++_frames;
 }

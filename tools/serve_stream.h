@@ -84,7 +84,9 @@ public:
     // Joins the thread; the subscriber is unsubscribed.
     void stop();
 
-    void attach(GstElement* appsrc);
+    // The pipeline's source and its encoder, which is asked for a key frame
+    // whenever a client starts playing, so that it can decode at once.
+    void attach(GstElement* appsrc, GstElement* encoder);
     void detach(GstElement* appsrc);
     void clientJoined();
     void clientLeft();
@@ -110,14 +112,13 @@ private:
     std::mutex _mutex; // guards what follows up to _stop
     std::condition_variable _wake;
     GstElement* _appsrc = nullptr;
+    GstElement* _encoder = nullptr;
     Clock::time_point _attachedAt;
-    bool _restamp = false;
     bool _stop = false;
 
     std::atomic<int> _clients { 0 };
     std::atomic<uint64_t> _frames { 0 };
     std::string _subscriber;
-    GstClockTime _lastPts = GST_CLOCK_TIME_NONE;
     bool _warnedMismatch = false;
     std::thread _thread;
 };
