@@ -2,6 +2,7 @@
 
 #include "render.h"
 #include "scene.h"
+#include "time_code.h"
 
 #include <lumo/os.h>
 
@@ -20,8 +21,6 @@ namespace serve {
 
 namespace {
 
-const int kTimeCodeBits = 32;
-
 int64_t epochMicroseconds()
 {
     lumo::os::timeval now;
@@ -34,34 +33,6 @@ int64_t epochMicroseconds()
 const auto kPrerollGrace = std::chrono::seconds(5);
 
 } // namespace
-
-void drawTimeCode(unsigned char* rgb, int width, int height, uint32_t milliseconds)
-{
-    const int rows = std::max(1, height / 16);
-    for (int bit = 0; bit < kTimeCodeBits; ++bit) {
-        const unsigned char value = (milliseconds >> (kTimeCodeBits - 1 - bit)) & 1 ? 255 : 0;
-        const int x0 = bit * width / kTimeCodeBits, x1 = (bit + 1) * width / kTimeCodeBits;
-        for (int y = 0; y < rows; ++y)
-            std::memset(rgb + (static_cast<size_t>(y) * width + x0) * 3, value, static_cast<size_t>(x1 - x0) * 3);
-    }
-}
-
-uint32_t readTimeCode(const unsigned char* gray, int width, int height, int stride)
-{
-    // The middle of each cell: away from the blur an encoder leaves at edges.
-    const int rows = std::max(1, height / 16);
-    uint32_t value = 0;
-    for (int bit = 0; bit < kTimeCodeBits; ++bit) {
-        const int x0 = bit * width / kTimeCodeBits, x1 = (bit + 1) * width / kTimeCodeBits;
-        const int left = x0 + (x1 - x0) / 4, right = std::max(left + 1, x1 - (x1 - x0) / 4);
-        unsigned sum = 0, count = 0;
-        for (int y = rows / 4; y < std::max(rows / 4 + 1, rows * 3 / 4); ++y)
-            for (int x = left; x < right; ++x, ++count)
-                sum += gray[static_cast<size_t>(y) * stride + x];
-        value = (value << 1) | (count && sum / count > 127 ? 1u : 0u);
-    }
-    return value;
-}
 
 Feeder::Feeder(FrameHub& hub, const std::vector<CameraInfo>& cameras, bool timeCode)
     : _hub(hub)

@@ -61,12 +61,6 @@ private:
     std::thread _thread;
 };
 
-// Draws milliseconds since the epoch, modulo 2^32, as 32 black or white
-// cells across the top sixteenth of an RGB picture; readTimeCode reads it
-// back from a decoded grey picture.
-void drawTimeCode(unsigned char* rgb, int width, int height, uint32_t milliseconds);
-uint32_t readTimeCode(const unsigned char* gray, int width, int height, int stride);
-
 // One mounted stream: a subscriber of the hub on its own thread that, while
 // a client watches, fetches at the stream's rate and pushes into the appsrc
 // of the stream's pipeline. Attach and detach come from the server's
