@@ -19,6 +19,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <thread>
 #include <unistd.h>
 
 using namespace Kelmo::FrameHub;
@@ -178,6 +179,8 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
 
 GstRTSPFilterResult closeClient(GstRTSPServer*, GstRTSPClient*, gpointer) { return GST_RTSP_FILTER_REMOVE; }
 
+GstRTSPFilterResult removeSession(GstRTSPSessionPool*, GstRTSPSession*, gpointer) { return GST_RTSP_FILTER_REMOVE; }
+
 gboolean onStopSignal(gpointer data)
 {
     g_main_loop_quit(static_cast<GMainLoop*>(data));
@@ -335,7 +338,27 @@ int main(int argc, char** argv)
         s->stop();
     feeder.stop();
     gst_rtsp_server_client_filter(rtsp, closeClient, nullptr);
-    for (int i = 0; i < 100 && g_main_context_iteration(nullptr, FALSE); ++i) { }
+    GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(rtsp);
+    gst_rtsp_session_pool_filter(pool, removeSession, nullptr);
+    g_object_unref(pool);
+    // The pipelines unprepare on threads of their own; their callbacks need
+    // the streams, so wait for them, boundedly, before anything goes away.
+    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(3);
+    auto pipelines = [&] {
+        int n = 0;
+        for (const auto& s : server.streams)
+            n += s->pipelines();
+        return n;
+    };
+    while (pipelines() > 0 && Clock::now() < deadline) {
+        while (g_main_context_iteration(nullptr, FALSE)) { }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (pipelines() > 0) {
+        std::cerr << "framehub-serve: pipelines still shutting down; leaving them to the exit\n";
+        for (auto& s : server.streams)
+            s.release(); // a late callback must find the stream alive
+    }
     for (guint id : { intSource, termSource, cleanupSource, statusSource })
         if (id)
             g_source_remove(id);

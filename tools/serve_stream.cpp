@@ -212,6 +212,7 @@ void ServedStream::stop()
 
 void ServedStream::attach(GstElement* appsrc, GstElement* encoder)
 {
+    ++_pipelines;
     {
         std::lock_guard<std::mutex> lock(_mutex);
         if (_appsrc)
@@ -227,6 +228,7 @@ void ServedStream::attach(GstElement* appsrc, GstElement* encoder)
 
 void ServedStream::detach(GstElement* appsrc)
 {
+    --_pipelines;
     std::lock_guard<std::mutex> lock(_mutex);
     if (_appsrc != appsrc)
         return; // a newer pipeline took over already

@@ -81,7 +81,11 @@ public:
     // The pipeline's source and its encoder, which is asked for a key frame
     // whenever a client starts playing, so that it can decode at once.
     void attach(GstElement* appsrc, GstElement* encoder);
+    // A pipeline of the stream was unprepared: detaches it if it is the current one.
     void detach(GstElement* appsrc);
+    // Pipelines attached and not yet detached: the server's callbacks may
+    // still reach the stream while this is above zero.
+    int pipelines() const { return _pipelines; }
     void clientJoined();
     void clientLeft();
 
@@ -111,6 +115,7 @@ private:
     bool _stop = false;
 
     std::atomic<int> _clients { 0 };
+    std::atomic<int> _pipelines { 0 };
     std::atomic<uint64_t> _frames { 0 };
     std::string _subscriber;
     bool _warnedMismatch = false;
