@@ -68,9 +68,8 @@ std::string encoderFor(const std::string& codec, const serve::StreamOption& s, s
         }
         // Baseline: no B-frames, so no reordering delay at either end.
         const std::string encoder = x264
-            ? "x264enc name=enc tune=zerolatency speed-preset=ultrafast bitrate=" + std::to_string(kbits)
-                + " key-int-max=" + gop
-            : "openh264enc name=enc bitrate=" + std::to_string(kbits * 1000) + " gop-size=" + gop + " complexity=low";
+            ? "x264enc tune=zerolatency speed-preset=ultrafast bitrate=" + std::to_string(kbits) + " key-int-max=" + gop
+            : "openh264enc bitrate=" + std::to_string(kbits * 1000) + " gop-size=" + gop + " complexity=low";
         return "video/x-raw,format=I420 ! " + encoder
             + " ! video/x-h264,profile=constrained-baseline ! rtph264pay name=pay0 pt=96 config-interval=-1";
     }
@@ -78,7 +77,7 @@ std::string encoderFor(const std::string& codec, const serve::StreamOption& s, s
         missing = "jpegenc and rtpjpegpay (gstreamer1.0-plugins-good)";
         return std::string();
     }
-    return "video/x-raw,format=I420 ! jpegenc name=enc quality=85 ! rtpjpegpay name=pay0 pt=26";
+    return "video/x-raw,format=I420 ! jpegenc quality=85 ! rtpjpegpay name=pay0 pt=26";
 }
 
 std::string codecName(const std::string& launch)
@@ -166,14 +165,11 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
 {
     GstElement* bin = gst_rtsp_media_get_element(media);
     GstElement* appsrc = gst_bin_get_by_name_recurse_up(GST_BIN(bin), "src");
-    GstElement* encoder = gst_bin_get_by_name_recurse_up(GST_BIN(bin), "enc");
     if (appsrc) {
-        static_cast<ServedStream*>(data)->attach(appsrc, encoder);
+        static_cast<ServedStream*>(data)->attach(appsrc);
         g_signal_connect(media, "unprepared", G_CALLBACK(onUnprepared), data);
         gst_object_unref(appsrc);
     }
-    if (encoder)
-        gst_object_unref(encoder);
     gst_object_unref(bin);
 }
 
@@ -283,12 +279,14 @@ int main(int argc, char** argv)
         server.streams.emplace_back(new ServedStream(*hub, feeder, s));
         ServedStream* stream = server.streams.back().get();
         GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
-        const std::string launch = "( appsrc name=src is-live=true format=time do-timestamp=true max-buffers=2 "
+        const std::string launch = "( appsrc name=src is-live=true format=time do-timestamp=false max-buffers=2 "
                                    "leaky-type=downstream caps=\""
             + stream->rawCaps() + "\" ! videoconvert ! " + encoder + " )";
         gst_rtsp_media_factory_set_launch(factory, launch.c_str());
-        // One pipeline and one encoder for all the stream's clients.
-        gst_rtsp_media_factory_set_shared(factory, TRUE);
+        // A pipeline for each client: a client joins at a key frame of its
+        // own encoder, and never a running pipeline's clock. The stream
+        // fetches and copies once for all of them.
+        gst_rtsp_media_factory_set_shared(factory, FALSE);
         if (!options.user.empty())
             gst_rtsp_media_factory_add_role(factory, options.user.c_str(), GST_RTSP_PERM_MEDIA_FACTORY_ACCESS,
                 G_TYPE_BOOLEAN, TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, NULL);
@@ -372,5 +370,6 @@ int main(int argc, char** argv)
     if (tty)
         std::printf("\n");
     std::printf("framehub-serve: stopped\n");
+    std::fflush(stdout);
     return 0;
 }

@@ -203,24 +203,17 @@ void ServedStream::stop()
     if (_thread.joinable())
         _thread.join();
     std::lock_guard<std::mutex> lock(_mutex);
-    if (_appsrc)
-        gst_object_unref(_appsrc);
-    if (_encoder)
-        gst_object_unref(_encoder);
-    _appsrc = _encoder = nullptr;
+    for (GstElement* appsrc : _appsrcs)
+        gst_object_unref(appsrc);
+    _appsrcs.clear();
 }
 
-void ServedStream::attach(GstElement* appsrc, GstElement* encoder)
+void ServedStream::attach(GstElement* appsrc)
 {
     ++_pipelines;
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        if (_appsrc)
-            gst_object_unref(_appsrc);
-        if (_encoder)
-            gst_object_unref(_encoder);
-        _appsrc = GST_ELEMENT(gst_object_ref(appsrc));
-        _encoder = encoder ? GST_ELEMENT(gst_object_ref(encoder)) : nullptr;
+        _appsrcs.push_back(GST_ELEMENT(gst_object_ref(appsrc)));
         _attachedAt = Clock::now();
     }
     _wake.notify_all();
@@ -230,28 +223,17 @@ void ServedStream::detach(GstElement* appsrc)
 {
     --_pipelines;
     std::lock_guard<std::mutex> lock(_mutex);
-    if (_appsrc != appsrc)
-        return; // a newer pipeline took over already
-    gst_object_unref(_appsrc);
-    if (_encoder)
-        gst_object_unref(_encoder);
-    _appsrc = _encoder = nullptr;
+    auto it = std::find(_appsrcs.begin(), _appsrcs.end(), appsrc);
+    if (it != _appsrcs.end()) {
+        gst_object_unref(*it);
+        _appsrcs.erase(it);
+    }
 }
 
 void ServedStream::clientJoined()
 {
     ++_clients;
-    GstPad* pad = nullptr;
-    {
-        std::lock_guard<std::mutex> lock(_mutex);
-        if (_encoder)
-            pad = gst_element_get_static_pad(_encoder, "src");
-    }
     _wake.notify_all();
-    if (pad) {
-        gst_pad_send_event(pad, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
-        gst_object_unref(pad);
-    }
 }
 
 void ServedStream::clientLeft()
@@ -262,7 +244,7 @@ void ServedStream::clientLeft()
 
 bool ServedStream::_wanted(Clock::time_point now) const
 {
-    return _appsrc && (_clients > 0 || now - _attachedAt < kPrerollGrace);
+    return !_appsrcs.empty() && (_clients > 0 || now - _attachedAt < kPrerollGrace);
 }
 
 bool ServedStream::subscribe()
@@ -273,9 +255,10 @@ bool ServedStream::subscribe()
     std::replace(stem.begin(), stem.end(), '/', '_');
     _subscriber = _feeder.subscribe(_option.camera,
         [&] { return _hub.subscribeCamera(stem, _option.camera, _option.size, _option.colorSpace, _option.rate); });
-    if (_subscriber.empty())
+    if (_subscriber.empty() && !_warnedSubscribe)
         std::cerr << "framehub-serve: stream '" << _option.path << "' could not subscribe to camera '" << _option.camera
-                  << "'\n";
+                  << "'; trying again every second\n";
+    _warnedSubscribe = _subscriber.empty();
     return !_subscriber.empty();
 }
 
@@ -292,7 +275,7 @@ void ServedStream::run()
     const auto period = std::chrono::microseconds(1000000 / _option.rate);
     Clock::time_point next = Clock::now();
     for (;;) {
-        GstElement* appsrc = nullptr;
+        std::vector<GstElement*> appsrcs;
         {
             std::unique_lock<std::mutex> lock(_mutex);
             if (_wake.wait_until(lock, next, [&] { return _stop; }))
@@ -306,18 +289,20 @@ void ServedStream::run()
                 next = Clock::now();
                 continue;
             }
-            appsrc = GST_ELEMENT(gst_object_ref(_appsrc));
+            for (GstElement* appsrc : _appsrcs)
+                appsrcs.push_back(GST_ELEMENT(gst_object_ref(appsrc)));
         }
         if (subscribe()) {
             FrameHub::Buffer image = _hub.getImage(_subscriber);
             if (image)
-                push(appsrc, *image);
+                push(appsrcs, *image);
             _hub.releaseImage(_subscriber);
             next += period;
         } else {
             next += std::chrono::seconds(1);
         }
-        gst_object_unref(appsrc);
+        for (GstElement* appsrc : appsrcs)
+            gst_object_unref(appsrc);
         const Clock::time_point now = Clock::now();
         if (next < now)
             next = now; // fell behind: don't try to catch up
@@ -361,18 +346,33 @@ GstBuffer* ServedStream::copyIntoBuffer(const ImageBuffer& image)
     return buffer;
 }
 
-void ServedStream::push(GstElement* appsrc, const ImageBuffer& image)
+void ServedStream::push(const std::vector<GstElement*>& appsrcs, const ImageBuffer& image)
 {
-    GstBuffer* buffer = copyIntoBuffer(image);
-    if (!buffer)
+    GstBuffer* pixels = copyIntoBuffer(image);
+    if (!pixels)
         return;
-    // The time stamp is left to the appsrc (do-timestamp): it stamps the
-    // running time when the buffer leaves its queue, which stays right
-    // across the pauses and restarts of a shared pipeline; a stamp taken
-    // here would run ahead while the pipeline waits for its first PLAY.
-    GST_BUFFER_DURATION(buffer) = GST_SECOND / _option.rate;
-    if (gst_app_src_push_buffer(GST_APP_SRC(appsrc), buffer) == GST_FLOW_OK)
-        ++_frames;
+    bool sent = false;
+    for (GstElement* appsrc : appsrcs) {
+        // Only into a playing pipeline, stamped with its running time now: a
+        // frame queued while it pauses would carry a time from before the
+        // pause and hold its sinks back by the length of the pause.
+        GstState state = GST_STATE_NULL;
+        if (gst_element_get_state(appsrc, &state, nullptr, 0) == GST_STATE_CHANGE_FAILURE || state != GST_STATE_PLAYING)
+            continue;
+        GstClock* clock = gst_element_get_clock(appsrc);
+        if (!clock)
+            continue;
+        const GstClockTime now = gst_clock_get_time(clock), base = gst_element_get_base_time(appsrc);
+        gst_object_unref(clock);
+        if (now < base)
+            continue;
+        GstBuffer* buffer = gst_buffer_copy(pixels); // metadata only: the pixels are shared
+        GST_BUFFER_PTS(buffer) = now - base;
+        GST_BUFFER_DURATION(buffer) = GST_SECOND / _option.rate;
+        sent = gst_app_src_push_buffer(GST_APP_SRC(appsrc), buffer) == GST_FLOW_OK || sent;
+    }
+    gst_buffer_unref(pixels);
+    _frames += sent;
 }
 
 } // namespace serve

@@ -78,10 +78,9 @@ public:
     // Joins the thread; the subscriber is unsubscribed.
     void stop();
 
-    // The pipeline's source and its encoder, which is asked for a key frame
-    // whenever a client starts playing, so that it can decode at once.
-    void attach(GstElement* appsrc, GstElement* encoder);
-    // A pipeline of the stream was unprepared: detaches it if it is the current one.
+    // The source of a client's pipeline, from its configuration to its
+    // unpreparing; every fetched image goes to all of them.
+    void attach(GstElement* appsrc);
     void detach(GstElement* appsrc);
     // Pipelines attached and not yet detached: the server's callbacks may
     // still reach the stream while this is above zero.
@@ -97,7 +96,7 @@ private:
     bool _wanted(Clock::time_point now) const; // with _mutex held
     bool subscribe();
     void unsubscribe();
-    void push(GstElement* appsrc, const Kelmo::FrameHub::ImageBuffer& image);
+    void push(const std::vector<GstElement*>& appsrcs, const Kelmo::FrameHub::ImageBuffer& image);
     GstBuffer* copyIntoBuffer(const Kelmo::FrameHub::ImageBuffer& image);
 
     Kelmo::FrameHub::FrameHub& _hub;
@@ -109,8 +108,7 @@ private:
 
     std::mutex _mutex; // guards what follows up to _stop
     std::condition_variable _wake;
-    GstElement* _appsrc = nullptr;
-    GstElement* _encoder = nullptr;
+    std::vector<GstElement*> _appsrcs; // one reference each
     Clock::time_point _attachedAt;
     bool _stop = false;
 
@@ -119,6 +117,7 @@ private:
     std::atomic<uint64_t> _frames { 0 };
     std::string _subscriber;
     bool _warnedMismatch = false;
+    bool _warnedSubscribe = false;
     std::thread _thread;
 };
 
