@@ -260,7 +260,7 @@ protected:
             GTEST_SKIP() << "GLib's and GStreamer's own locking is invisible to ThreadSanitizer (false reports); "     \
                             "framehub-serve is tested in the plain and ASan builds";                                   \
         if (!kServe)                                                                                                   \
-            GTEST_SKIP() << "framehub-serve not built: needs libgstrtspserver-1.0-dev";                                \
+            GTEST_SKIP() << "framehub-serve not built: needs libgstrtspserver-1.0-dev (or FRAMEHUB_WITH_RTSP is off)"; \
     } while (0)
 
 TEST_P(Serve, TwoStreamsOfOneCameraReachClientsAndStopOnSigterm)
