@@ -13,7 +13,8 @@ gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-tools \
 dpkg-dev file \
 pybind11-dev python3-dev python3-numpy python3-pytest \
 libturbojpeg0-dev \
-pipewire pipewire-bin pipewire-v4l2 wireplumber dbus-daemon libpipewire-0.3-dev"
+pipewire pipewire-bin pipewire-v4l2 wireplumber dbus-daemon libpipewire-0.3-dev \
+libgstrtspserver-1.0-dev gstreamer1.0-plugins-ugly gstreamer1.0-rtsp"
 
 missing=""
 for p in $PACKAGES; do
