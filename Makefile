@@ -47,7 +47,7 @@ fuzz: deps
 		-DFRAMEHUB_BUILD_TESTS=OFF -DFRAMEHUB_BUILD_TOOLS=OFF >/dev/null
 	@cmake --build build-fuzz -j$(JOBS) --target hub_fuzzer
 	@mkdir -p build-fuzz/corpus
-	@build-fuzz/tests/fuzz/hub_fuzzer -max_total_time=$(FUZZ_SECONDS) -max_len=2048 -timeout=20 \
+	@build-fuzz/tests/fuzz/hub_fuzzer -max_total_time=$(FUZZ_SECONDS) -max_len=2048 -timeout=20 -artifact_prefix=build-fuzz/ \
 		-rss_limit_mb=4096 -print_final_stats=1 build-fuzz/corpus tests/fuzz/corpus
 
 # Benchmarks in a Release build of their own: the 2D conversions against

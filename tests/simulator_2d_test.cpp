@@ -333,6 +333,10 @@ TEST(Builder, ModelsDefaultsAndRefusals)
         { [](CameraInfo& i) { i.resolutions.clear(); }, "Empty set of resolutions in the camera description" },
         { [](CameraInfo& i) { i.colorSpaces.clear(); }, "Empty set of color spaces in the camera description" },
         { [](CameraInfo& i) { i.frameRates.clear(); }, "Empty set of frame rates in the camera description" },
+        { [](CameraInfo& i) { i.resolutions.insert(Resolution(1u << 20, 480)); },
+            "Resolution 1048576x480 out of 1 to 16384 in the camera description" },
+        { [](CameraInfo& i) { i.resolutions.insert(Resolution(640, 0)); },
+            "Resolution 640x0 out of 1 to 16384 in the camera description" },
     };
     for (const Empty& empty : empties) {
         CameraInfo bad = info2D();
