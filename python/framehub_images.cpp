@@ -115,9 +115,11 @@ void markReleased(py::handle frame)
 
 enum class Kind { Converted, Raw };
 
-// `with hub.image(name) as frame`: fetches on entry, releases on exit when
-// this block got an image (a failed fetch must not release another's hold).
-class ImageContext {
+// `with hub.image(name) as frame` (one camera) and `with hub.images(name) as
+// frames` (one Frame or None per active camera): fetches on entry, releases
+// on exit when this block got an image (a failed fetch must not release
+// another's hold).
+template <bool Many> class ImageContext {
 public:
     ImageContext(py::object hubObject, std::string subscriber, Kind kind)
         : hubObject(std::move(hubObject))
@@ -129,7 +131,7 @@ public:
 
     ~ImageContext()
     {
-        // Entered by hand and never exited: give the image back all the same.
+        // Entered by hand and never exited: give the images back all the same.
         if (held)
             release();
     }
@@ -137,74 +139,13 @@ public:
     py::object enter()
     {
         if (entered)
-            throw py::value_error("an image context can be entered once; call hub.image() again");
-        entered = true;
-        FrameHub::Buffer image;
-        {
-            GilRelease nogil;
-            image = kind == Kind::Raw ? hub.getDirectRawImage(name) : hub.getImage(name);
-        }
-        if (!image)
-            return py::none();
-        frame = py::cast(Frame(image));
-        held = true;
-        return frame;
-    }
-
-    bool exit(py::handle, py::handle, py::handle)
-    {
-        if (held)
-            release();
-        return false;
-    }
-
-private:
-    void release()
-    {
-        held = false;
-        markReleased(frame);
-        GilRelease nogil;
-        if (kind == Kind::Raw)
-            hub.releaseDirectRawImage(name);
-        else
-            hub.releaseImage(name);
-    }
-
-    py::object hubObject; // keeps the hub alive while an image is out
-    FrameHub& hub;
-    std::string name;
-    Kind kind;
-    py::object frame;
-    bool entered = false;
-    bool held = false;
-};
-
-// `with hub.images(name) as frames`: one Frame or None per active camera.
-class ImagesContext {
-public:
-    ImagesContext(py::object hubObject, std::string subscriber, Kind kind)
-        : hubObject(std::move(hubObject))
-        , hub(this->hubObject.cast<FrameHub&>())
-        , name(std::move(subscriber))
-        , kind(kind)
-    {
-    }
-
-    ~ImagesContext()
-    {
-        if (held)
-            release();
-    }
-
-    py::list enter()
-    {
-        if (entered)
-            throw py::value_error("an image context can be entered once; call hub.images() again");
+            throw py::value_error(Many ? "an image context can be entered once; call hub.images() again"
+                                       : "an image context can be entered once; call hub.image() again");
         entered = true;
         std::vector<FrameHub::Buffer> images;
         {
             GilRelease nogil;
-            images = kind == Kind::Raw ? hub.getDirectRawImages(name) : hub.getImages(name);
+            images = fetch();
         }
         for (const FrameHub::Buffer& image : images) {
             if (image) {
@@ -214,7 +155,9 @@ public:
                 frames.append(py::none());
             }
         }
-        return frames;
+        if (Many)
+            return frames;
+        return frames.empty() ? py::object(py::none()) : py::object(frames[0]);
     }
 
     bool exit(py::handle, py::handle, py::handle)
@@ -225,19 +168,30 @@ public:
     }
 
 private:
+    std::vector<FrameHub::Buffer> fetch()
+    {
+        if (Many)
+            return kind == Kind::Raw ? hub.getDirectRawImages(name) : hub.getImages(name);
+        return { kind == Kind::Raw ? hub.getDirectRawImage(name) : hub.getImage(name) };
+    }
+
     void release()
     {
         held = false;
         for (py::handle frame : frames)
             markReleased(frame);
         GilRelease nogil;
-        if (kind == Kind::Raw)
+        if (Many && kind == Kind::Raw)
             hub.releaseDirectRawImages(name);
-        else
+        else if (Many)
             hub.releaseImages(name);
+        else if (kind == Kind::Raw)
+            hub.releaseDirectRawImage(name);
+        else
+            hub.releaseImage(name);
     }
 
-    py::object hubObject;
+    py::object hubObject; // keeps the hub alive while an image is out
     FrameHub& hub;
     std::string name;
     Kind kind;
@@ -245,6 +199,9 @@ private:
     bool entered = false;
     bool held = false;
 };
+
+typedef ImageContext<false> OneImageContext;
+typedef ImageContext<true> ImagesContext;
 
 bool putImage(FrameHub& hub, const std::string& camera, py::handle image, ColorSpace colorSpace)
 {
@@ -296,9 +253,9 @@ void bindImages(py::module_& m, HubClass& hub)
                 + ">";
         });
 
-    py::class_<ImageContext>(m, "ImageContext")
-        .def("__enter__", &ImageContext::enter)
-        .def("__exit__", &ImageContext::exit);
+    py::class_<OneImageContext>(m, "ImageContext")
+        .def("__enter__", &OneImageContext::enter)
+        .def("__exit__", &OneImageContext::exit);
     py::class_<ImagesContext>(m, "ImagesContext")
         .def("__enter__", &ImagesContext::enter)
         .def("__exit__", &ImagesContext::exit);
@@ -306,13 +263,13 @@ void bindImages(py::module_& m, HubClass& hub)
     hub.def(
         "image",
         [](py::object self, std::string name) {
-            return std::make_unique<ImageContext>(self, std::move(name), Kind::Converted);
+            return std::make_unique<OneImageContext>(self, std::move(name), Kind::Converted);
         },
         "name"_a, "Context manager yielding the subscriber's image as a Frame, or None.");
     hub.def(
         "raw_image",
         [](py::object self, std::string name) {
-            return std::make_unique<ImageContext>(self, std::move(name), Kind::Raw);
+            return std::make_unique<OneImageContext>(self, std::move(name), Kind::Raw);
         },
         "name"_a, "Context manager yielding the camera's raw image as a Frame, or None.");
     hub.def(

@@ -65,23 +65,26 @@ void bindLogs(py::module_& m);
 namespace pybind11 {
 namespace detail {
 
+// A two-field value from a sequence of two numbers.
+template <typename Pair, typename Field> bool loadPair(handle src, bool convert, Pair& value)
+{
+    if (!isinstance<sequence>(src) || isinstance<str>(src) || isinstance<bytes>(src))
+        return false;
+    sequence pair = reinterpret_borrow<sequence>(src);
+    if (pair.size() != 2)
+        return false;
+    make_caster<Field> first, second;
+    if (!first.load(pair[0], convert) || !second.load(pair[1], convert))
+        return false;
+    value = Pair(cast_op<Field>(first), cast_op<Field>(second));
+    return true;
+}
+
 // Resolution <-> (width, height).
 template <> struct type_caster<Kelmo::FrameHub::Resolution> {
     PYBIND11_TYPE_CASTER(Kelmo::FrameHub::Resolution, const_name("tuple[int, int]"));
 
-    bool load(handle src, bool convert)
-    {
-        if (!isinstance<sequence>(src) || isinstance<str>(src) || isinstance<bytes>(src))
-            return false;
-        sequence pair = reinterpret_borrow<sequence>(src);
-        if (pair.size() != 2)
-            return false;
-        make_caster<uint64_t> width, height;
-        if (!width.load(pair[0], convert) || !height.load(pair[1], convert))
-            return false;
-        value = Kelmo::FrameHub::Resolution(cast_op<uint64_t>(width), cast_op<uint64_t>(height));
-        return true;
-    }
+    bool load(handle src, bool convert) { return loadPair<Kelmo::FrameHub::Resolution, uint64_t>(src, convert, value); }
 
     static handle cast(const Kelmo::FrameHub::Resolution& r, return_value_policy, handle)
     {
@@ -93,19 +96,7 @@ template <> struct type_caster<Kelmo::FrameHub::Resolution> {
 template <> struct type_caster<Kelmo::FrameHub::FieldOfView> {
     PYBIND11_TYPE_CASTER(Kelmo::FrameHub::FieldOfView, const_name("tuple[float, float]"));
 
-    bool load(handle src, bool convert)
-    {
-        if (!isinstance<sequence>(src) || isinstance<str>(src) || isinstance<bytes>(src))
-            return false;
-        sequence pair = reinterpret_borrow<sequence>(src);
-        if (pair.size() != 2)
-            return false;
-        make_caster<float> horizontal, vertical;
-        if (!horizontal.load(pair[0], convert) || !vertical.load(pair[1], convert))
-            return false;
-        value = Kelmo::FrameHub::FieldOfView(cast_op<float>(horizontal), cast_op<float>(vertical));
-        return true;
-    }
+    bool load(handle src, bool convert) { return loadPair<Kelmo::FrameHub::FieldOfView, float>(src, convert, value); }
 
     static handle cast(const Kelmo::FrameHub::FieldOfView& f, return_value_policy, handle)
     {
