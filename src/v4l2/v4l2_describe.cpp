@@ -236,6 +236,7 @@ std::vector<V4L2Device> listV4L2Devices()
 {
     std::vector<std::pair<long, std::string>> numbered;
     if (DIR* dev = opendir("/dev")) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this call's own
         while (const dirent* entry = readdir(dev)) {
             const char* name = entry->d_name;
             if (std::strncmp(name, "video", 5) != 0 || name[5] == '\0')
@@ -249,6 +250,7 @@ std::vector<V4L2Device> listV4L2Devices()
     }
     std::sort(numbered.begin(), numbered.end());
     std::vector<std::string> paths;
+    paths.reserve(numbered.size());
     for (const auto& entry : numbered)
         paths.push_back(entry.second);
     SystemDeviceIo io;
