@@ -14,7 +14,7 @@ dpkg-dev file \
 pybind11-dev python3-dev python3-numpy python3-pytest \
 libturbojpeg0-dev \
 pipewire pipewire-bin pipewire-v4l2 wireplumber dbus-daemon libpipewire-0.3-dev \
-libgstrtspserver-1.0-dev gstreamer1.0-plugins-ugly gstreamer1.0-rtsp"
+libgstrtspserver-1.0-dev gstreamer1.0-plugins-ugly gstreamer1.0-rtsp gstreamer1.0-libav"
 
 missing=""
 for p in $PACKAGES; do
