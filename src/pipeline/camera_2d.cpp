@@ -175,12 +175,25 @@ const Route routes[] = {
 inline bool within(Bytes need, Bytes have) { return have.n != UINT64_MAX && need.n <= have.n; }
 
 std::atomic<bool> vectorSwitch(true);
+std::atomic<bool> avx512Switch(true);
 
 bool cpuHasVectorPaths()
 {
 #ifdef FRAMEHUB_VECTOR
     __builtin_cpu_init();
     return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+#else
+    return false;
+#endif
+}
+
+bool cpuHasAvx512Paths()
+{
+#ifdef FRAMEHUB_VECTOR
+    __builtin_cpu_init();
+    return cpuHasVectorPaths() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw")
+        && __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi")
+        && __builtin_cpu_supports("avx512vnni");
 #else
     return false;
 #endif
@@ -197,6 +210,16 @@ bool simd::supported()
 bool simd::enabled() { return supported() && vectorSwitch.load(std::memory_order_relaxed); }
 
 bool simd::setEnabled(bool on) { return vectorSwitch.exchange(on); }
+
+bool simd::avx512Supported()
+{
+    static const bool available = cpuHasAvx512Paths();
+    return available;
+}
+
+bool simd::avx512Enabled() { return enabled() && avx512Supported() && avx512Switch.load(std::memory_order_relaxed); }
+
+bool simd::setAvx512Enabled(bool on) { return avx512Switch.exchange(on); }
 
 Camera2D::Camera2D(const std::string& model, const std::string& name)
     : Camera(model, name)

@@ -11,6 +11,9 @@
 #include <immintrin.h>
 #define FRAMEHUB_VECTOR 1
 #define FRAMEHUB_AVX2 __attribute__((target("avx2,fma")))
+// The AVX-512 extensions a few kernels use on 256-bit registers: byte
+// permutes across two registers, 16-bit dot products into 32-bit sums.
+#define FRAMEHUB_AVX512 __attribute__((target("avx2,fma,avx512f,avx512bw,avx512vl,avx512vbmi,avx512vnni")))
 #endif
 
 #include <cstdint>
@@ -26,6 +29,10 @@ bool enabled();
 // On by default; tests switch it off to compare against the scalar paths.
 // Returns the previous setting.
 bool setEnabled(bool on);
+// The same for the AVX-512 kernels, which also need the vector paths on.
+bool avx512Supported();
+bool avx512Enabled();
+bool setAvx512Enabled(bool on);
 
 #ifdef FRAMEHUB_VECTOR
 
@@ -120,8 +127,11 @@ FRAMEHUB_AVX2 inline void storeTwentyFourPerLane(uint8_t* dst, __m256i head, __m
 // The vector kernel when it may run, else the scalar one.
 #ifdef FRAMEHUB_VECTOR
 #define FRAMEHUB_FASTEST(vector, scalar) (::Kelmo::FrameHub::simd::enabled() ? (vector) : (scalar))
+#define FRAMEHUB_FASTEST3(avx512, vector, scalar)                                                                      \
+    (::Kelmo::FrameHub::simd::avx512Enabled() ? (avx512) : FRAMEHUB_FASTEST(vector, scalar))
 #else
 #define FRAMEHUB_FASTEST(vector, scalar) (scalar)
+#define FRAMEHUB_FASTEST3(avx512, vector, scalar) (scalar)
 #endif
 
 #endif
