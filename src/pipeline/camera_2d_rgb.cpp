@@ -330,6 +330,102 @@ template <Output out> FRAMEHUB_AVX2 void wideRowAvx2(const uint8_t* __restrict s
     }
     wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
 }
+
+// GCC 12's 512-bit intrinsics start from a deliberately undefined register,
+// which its own warnings then flag in every caller.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
+// Where output byte o of a block of 32 pixels comes from: rg holds, lane by
+// lane, eight reds then eight greens, bb eight blues (twice); byte indices
+// 64 and up select from bb.
+struct WideLayout {
+    int8_t b[128];
+};
+
+constexpr WideLayout wideLayout(bool bgr)
+{
+    WideLayout m {};
+    for (int o = 0; o < 96; ++o) {
+        const int pixel = o / 3, channel = bgr ? 2 - o % 3 : o % 3;
+        const int at = 16 * (pixel / 8) + pixel % 8;
+        m.b[o] = static_cast<int8_t>(channel == 0 ? at : channel == 1 ? at + 8 : 64 + at);
+    }
+    return m;
+}
+
+// Word i of the pick: the high half of pixel i's 32-bit sum, the even
+// pixels' sums in the first operand and the odd pixels' in the second.
+struct WordPick {
+    int16_t w[32];
+};
+
+constexpr WordPick highHalves()
+{
+    WordPick m {};
+    for (int i = 0; i < 32; ++i)
+        m.w[i] = static_cast<int16_t>((i % 2 ? 32 : 0) + i / 2 * 2 + 1);
+    return m;
+}
+
+// One primary of 32 pixels as 16-bit words, unclamped.
+FRAMEHUB_AVX512 inline __m512i wideChannel(__m512i highs, __m512i even, __m512i odd, __m512i chroma)
+{
+    return _mm512_srai_epi16(
+        _mm512_permutex2var_epi16(_mm512_add_epi32(even, chroma), highs, _mm512_add_epi32(odd, chroma)),
+        kWideFractionBits - 16);
+}
+
+// The same arithmetic on 32 pixels a block, in 512-bit registers. Past the
+// 32-bit sums it works on 16-bit words: the high half of each sum, shifted
+// by the last 4 bits, is the unclamped byte, and one two-register byte
+// permute writes the 3-byte layout. About 34 operations for 32 pixels,
+// against 45 for 16 in AVX2.
+template <Output out>
+FRAMEHUB_AVX512 void wideRowAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
+{
+    static constexpr WideLayout layout = wideLayout(out == OUT_BGR);
+    static constexpr WordPick pick = highHalves();
+    const __m512i head = _mm512_loadu_si512(layout.b), tail = _mm512_loadu_si512(layout.b + 64);
+    const __m512i highs = _mm512_loadu_si512(pick.w);
+    const __m512i lowByte = _mm512_set1_epi32(0xFF);
+    const __m512i black = _mm512_set1_epi32(kLumaBlack | kLumaBlack << 16);
+    const __m512i pickU = _mm512_set1_epi32(0x100);
+    const __m512i pickOdd
+        = _mm512_broadcast_i32x4(_mm_setr_epi8(2, -1, -1, -1, 6, -1, -1, -1, 10, -1, -1, -1, 14, -1, -1, -1));
+    const __m512i lumaGain = _mm512_set1_epi32(kWideLumaGain);
+    const __m512i redFromV = _mm512_set1_epi32(kWideRedFromV), blueFromU = _mm512_set1_epi32(kWideBlueFromU);
+    const __m512i greenFromU = _mm512_set1_epi32(kWideGreenFromU), greenFromV = _mm512_set1_epi32(kWideGreenFromV);
+    const __m512i redBias = _mm512_set1_epi32(kWideRoundingHalf - kWideRedFromV * kChromaZero);
+    const __m512i greenBias = _mm512_set1_epi32(kWideRoundingHalf - (kWideGreenFromU + kWideGreenFromV) * kChromaZero);
+    const __m512i blueBias = _mm512_set1_epi32(kWideRoundingHalf - kWideBlueFromU * kChromaZero);
+    Size i = 0;
+    for (; i + 16 <= pairs; i += 16) {
+        const __m512i m = _mm512_loadu_si512(src + 4 * i);
+        const __m512i lumas = _mm512_subs_epu8(m, black);
+        const __m512i even = _mm512_mullo_epi32(_mm512_and_si512(lumas, lowByte), lumaGain);
+        const __m512i odd = _mm512_mullo_epi32(_mm512_shuffle_epi8(lumas, pickOdd), lumaGain);
+        const __m512i u = _mm512_maddubs_epi16(m, pickU);
+        const __m512i v = _mm512_srli_epi32(m, 24);
+        const __m512i r = _mm512_add_epi32(_mm512_mullo_epi32(v, redFromV), redBias);
+        const __m512i g = _mm512_add_epi32(
+            _mm512_add_epi32(_mm512_mullo_epi32(u, greenFromU), _mm512_mullo_epi32(v, greenFromV)), greenBias);
+        const __m512i b = _mm512_add_epi32(_mm512_mullo_epi32(u, blueFromU), blueBias);
+        const __m512i rg = _mm512_packus_epi16(wideChannel(highs, even, odd, r), wideChannel(highs, even, odd, g));
+        const __m512i blue = wideChannel(highs, even, odd, b);
+        const __m512i bb = _mm512_packus_epi16(blue, blue);
+        _mm512_storeu_si512(dst + 6 * i, _mm512_permutex2var_epi8(rg, head, bb));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 6 * i + 64),
+            _mm512_castsi512_si256(_mm512_permutex2var_epi8(rg, tail, bb)));
+    }
+    wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
+}
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 #endif
 
 // Rows 0, r, 2r... and every r-th pixel position (2r bytes) within them.
@@ -384,7 +480,7 @@ template <Output out> void wideConvert(ImageBuffer& source, ImageBuffer& destina
     const Resolution in = source.getResolution();
     if (in != destination.getResolution())
         return;
-    const auto row = FRAMEHUB_FASTEST(&wideRowAvx2<out>, &wideRow<out>);
+    const auto row = FRAMEHUB_FASTEST3(&wideRowAvx512<out>, &wideRowAvx2<out>, &wideRow<out>);
     row(source.getData(), destination.getData(), in.width * in.height / 2);
 }
 
