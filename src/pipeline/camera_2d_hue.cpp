@@ -369,6 +369,201 @@ FRAMEHUB_AVX2 void hueRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict
                                 : 0;
     hueRow<out>(src + step * i, dst + 2 * bytesPerPixel(out) * i, pairs - i, step);
 }
+
+// The same case table on the largest and smallest primaries: the
+// denominator bases (primary + 1, less the luma term) are dot products
+// with the bias as accumulator, their largest is the case's base, the
+// largest less the smallest its Y. Ties go green, then blue, then red,
+// as in the table. Grey divides 0 by 0: the quotient comes out INT_MIN,
+// whose low byte is the 0 grey wants once its offset is left out.
+template <bool wantHue, bool wantSaturation>
+FRAMEHUB_AVX512 inline void classifyAvx512(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
+{
+    const __m256i uv = _mm256_srli_epi16(m, 8);
+    const __m256i red = _mm256_dpwssd_epi32(_mm256_set1_epi32(kRedDenominatorBias), uv, factors(0, kRedFromV));
+    const __m256i green
+        = _mm256_dpwssd_epi32(_mm256_set1_epi32(kGreenDenominatorBias), uv, factors(kHueGreenFromU, kHueGreenFromV));
+    const __m256i blue = _mm256_dpwssd_epi32(_mm256_set1_epi32(kBlueDenominatorBias), uv, factors(kBlueFromU, 0));
+    const __m256i top = _mm256_max_epi32(red, _mm256_max_epi32(green, blue));
+    const __m256i y = _mm256_sub_epi32(top, _mm256_min_epi32(red, _mm256_min_epi32(green, blue)));
+    const __m256 yF = _mm256_cvtepi32_ps(y);
+
+    if constexpr (wantHue) {
+        const __mmask8 greenTop = _mm256_cmpeq_epi32_mask(green, top), blueTop = _mm256_cmpeq_epi32_mask(blue, top);
+        // X as in classifyAvx2: b for red, a for blue, -c for green.
+        const __m256i xRed = _mm256_sub_epi32(green, blue);
+        const __m256i x = _mm256_mask_sub_epi32(_mm256_mask_sub_epi32(xRed, blueTop, red, green), greenTop, blue, red);
+        // 42.5 X / Y is 85 X / 2 Y exactly, numerator and quotient alike.
+        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant / 2.0f));
+        const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, yF));
+        const __m256i redOffset = _mm256_cmpgt_epi32(_mm256_set1_epi32(1), xRed); // case 2: -1
+        const __m256i offset = _mm256_mask_blend_epi32(greenTop,
+            _mm256_mask_blend_epi32(blueTop, redOffset, _mm256_set1_epi32(-kHueSextant)),
+            _mm256_set1_epi32(kHueSextant));
+        hue = _mm256_mask_add_epi32(q, _mm256_test_epi32_mask(y, y), q, offset);
+    }
+    if constexpr (wantSaturation) {
+        const __m256i yy = _mm256_and_si256(m, _mm256_set1_epi32(0x00FF00FF));
+        const __m256i num = _mm256_mullo_epi32(y, _mm256_set1_epi32(kSaturationScale));
+        const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024)));
+        s0 = saturationAvx2(num, numF, _mm256_dpwssd_epi32(top, yy, factors(kLumaGain, 0)));
+        s1 = saturationAvx2(num, numF, _mm256_dpwssd_epi32(top, yy, factors(0, kLumaGain)));
+    }
+}
+
+// Byte permutes for the AVX-512 stores. Their tables index two registers
+// at once (0-31 the first, 32-63 the second).
+struct Permute {
+    ByteMask index;
+    uint32_t mask; // bytes taken from the third register, where there is one
+};
+
+// Byte of S0 (e = 1) or S1 (e = 2) of macro-pixel i once packed.
+constexpr int packedSaturation(int e, int i) { return 16 * (i / 4) + 4 * (e - 1) + i % 4; }
+
+// Where byte o of a block's output comes from. HSY and HSMixed: the hue
+// words (low bytes), then the saturations packed four S0, four S1 a lane,
+// then the source words (pattern entries 4-7); H2RGB: the low bytes of the
+// C0 and C1 words of 16 hues, then those of C2.
+template <Output out> constexpr int sixBytesSource(int o)
+{
+    const int i = o / 6;
+    if (out == OUT_H2RGB) {
+        const int channel = o % 3;
+        return channel == 0 ? 2 * i : channel == 1 ? 32 + 2 * i : 64 + 2 * i;
+    }
+    const int e = Layout<out>::pattern[o % 6];
+    if (e >= 4)
+        return 64 + 4 * i + e - 4;
+    return e == 0 ? 4 * i : 32 + packedSaturation(e, i);
+}
+
+template <Output out> constexpr Permute sixBytesPermute(int part)
+{
+    Permute p {};
+    for (int t = 0; t < 32; ++t) {
+        const int o = 32 * part + t;
+        const int from = o < (out == OUT_H2RGB ? 96 : 48) ? sixBytesSource<out>(o) : 0;
+        p.index.b[t] = static_cast<int8_t>(from % 64);
+        if (from >= 64)
+            p.mask |= 1u << t;
+    }
+    return p;
+}
+
+template <Output out, int part> FRAMEHUB_AVX512 inline __m256i sixBytesAvx512(__m256i a, __m256i b, __m256i c)
+{
+    static constexpr Permute p = sixBytesPermute<out>(part);
+    const __m256i index = loadMask(p.index);
+    const __m256i ab = _mm256_permutex2var_epi8(a, index, b);
+    return p.mask ? _mm256_mask_permutexvar_epi8(ab, p.mask, index, c) : ab;
+}
+
+// Eight macro-pixels: 48 bytes.
+template <Output out> FRAMEHUB_AVX512 inline void storeSixBytesAvx512(uint8_t* dst, __m256i a, __m256i b, __m256i c)
+{
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), sixBytesAvx512<out, 0>(a, b, c));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 32), _mm256_castsi256_si128(sixBytesAvx512<out, 1>(a, b, c)));
+}
+
+// Byte 0 of each hue word twice, or S0 and S1 of each macro-pixel.
+constexpr ByteMask twoBytesAMacroPixel(bool saturations)
+{
+    ByteMask m {};
+    for (int t = 0; t < 32; ++t)
+        m.b[t] = static_cast<int8_t>(saturations ? packedSaturation(1 + t % 2, t / 2 % 8) : 4 * (t / 2) % 64);
+    return m;
+}
+
+FRAMEHUB_AVX512 inline __mmask16 aboveMask(__m256i h, int16_t threshold)
+{
+    return _mm256_cmpgt_epi16_mask(h, _mm256_set1_epi16(threshold));
+}
+
+// The wheel on 16 hues in 16-bit lanes, with the table's rows as masked
+// writes over the sextants above each threshold.
+FRAMEHUB_AVX512 inline void wheelAvx512(__m256i h, __m256i& c0, __m256i& c1, __m256i& c2)
+{
+    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(kWheelSlope));
+    const __m256i full = _mm256_set1_epi16(255), none = _mm256_setzero_si256();
+    const __mmask16 s1 = aboveMask(h, 42), s2 = aboveMask(h, 84), s3 = aboveMask(h, 126), s4 = aboveMask(h, 168),
+                    s5 = aboveMask(h, 210), s6 = aboveMask(h, 253);
+    c0 = _mm256_maskz_add_epi16(s2, p, _mm256_set1_epi16(2));
+    c0 = _mm256_mask_mov_epi16(c0, s3, full);
+    c0 = _mm256_mask_sub_epi16(c0, s5, _mm256_set1_epi16(-15), p);
+    c0 = _mm256_mask_mov_epi16(c0, s6, none);
+    c1 = _mm256_mask_mov_epi16(p, s1, full);
+    c1 = _mm256_mask_sub_epi16(c1, s3, _mm256_set1_epi16(-7), p);
+    c1 = _mm256_mask_mov_epi16(c1, s4, none);
+    c2 = _mm256_mask_sub_epi16(full, s1, _mm256_set1_epi16(1), p);
+    c2 = _mm256_mask_mov_epi16(c2, s2, none);
+    c2 = _mm256_mask_add_epi16(c2, s4, p, _mm256_set1_epi16(10));
+    c2 = _mm256_mask_mov_epi16(c2, s5, full);
+}
+
+template <Output out, Fetch fetch>
+FRAMEHUB_AVX512 Size hueBlocksAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
+{
+    constexpr bool wantHue = out != OUT_S;
+    constexpr bool wantSaturation = out != OUT_H && out != OUT_H2RGB;
+    constexpr Size outStep = 2 * bytesPerPixel(out);
+    const __m256i offsets = gatherOffsets(step);
+    __m256i unused;
+    Size i = 0;
+    if constexpr (out == OUT_H2RGB) {
+        // Blocks in twos, so that the wheel runs on full 16-bit lanes.
+        // Even bytes: byte 0 of the hue words of both blocks.
+        static constexpr ByteMask lowBytes = twoBytesAMacroPixel(false);
+        for (; i + 8 <= pairs; i += 16) {
+            const bool both = i + 16 <= pairs;
+            const __m256i m = fetchWords<fetch>(src + step * i, offsets);
+            const __m256i n = both ? fetchWords<fetch>(src + step * (i + 8), offsets) : m;
+            __m256i h, g, c0, c1, c2;
+            classifyAvx512<true, false>(m, h, unused, unused);
+            classifyAvx512<true, false>(n, g, unused, unused);
+            wheelAvx512(_mm256_maskz_permutex2var_epi8(0x55555555, h, loadMask(lowBytes), g), c0, c1, c2);
+            uint8_t* p = dst + outStep * i;
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), sixBytesAvx512<out, 0>(c0, c1, c2));
+            const __m256i middle = sixBytesAvx512<out, 1>(c0, c1, c2);
+            if (!both) {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 32), _mm256_castsi256_si128(middle));
+                return i + 8;
+            }
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + 32), middle);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + 64), sixBytesAvx512<out, 2>(c0, c1, c2));
+        }
+        return i;
+    }
+    static constexpr ByteMask hues = twoBytesAMacroPixel(false), saturations = twoBytesAMacroPixel(true);
+    for (; i + 8 <= pairs; i += 8) {
+        const __m256i m = fetchWords<fetch>(src + step * i, offsets);
+        __m256i h, s0, s1;
+        classifyAvx512<wantHue, wantSaturation>(m, h, s0, s1);
+        uint8_t* p = dst + outStep * i;
+        // The saturating packs clamp S0 and S1.
+        const __m256i s = wantSaturation ? _mm256_packus_epi16(_mm256_packs_epi32(s0, s1), _mm256_setzero_si256())
+                                         : _mm256_setzero_si256();
+        if constexpr (out == OUT_H)
+            _mm_storeu_si128(
+                reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(_mm256_permutex2var_epi8(h, loadMask(hues), h)));
+        else if constexpr (out == OUT_S)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
+                _mm256_castsi256_si128(_mm256_permutex2var_epi8(s, loadMask(saturations), s)));
+        else
+            storeSixBytesAvx512<out>(p, h, s, m);
+    }
+    return i;
+}
+
+template <Output out>
+FRAMEHUB_AVX512 void hueRowAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
+{
+    const Size i = step == 4    ? hueBlocksAvx512<out, FETCH_ADJACENT>(src, dst, pairs, step)
+        : step == 8             ? hueBlocksAvx512<out, FETCH_EVERY_OTHER>(src, dst, pairs, step)
+        : step <= maxGatherStep ? hueBlocksAvx512<out, FETCH_GATHER>(src, dst, pairs, step)
+                                : 0;
+    hueRow<out>(src + step * i, dst + 2 * bytesPerPixel(out) * i, pairs - i, step);
+}
 #endif
 
 // The source row start moves by 2 w r r bytes: r rows when W is r w, and a
@@ -383,7 +578,7 @@ template <Output out> void huePlane(ImageBuffer& source, ImageBuffer& destinatio
     const Size pairs = (w + 1) / 2;
     const uint8_t* src = source.getData();
     uint8_t* dst = destination.getData();
-    const auto row = FRAMEHUB_FASTEST(&hueRowAvx2<out>, &hueRow<out>);
+    const auto row = FRAMEHUB_FASTEST3(&hueRowAvx512<out>, &hueRowAvx2<out>, &hueRow<out>);
     for (Size j = 0; j < size.height; ++j)
         row(src + j * 2 * w * r * r, dst + j * bytesPerPixel(out) * w, pairs, 4 * r);
 }
