@@ -370,46 +370,86 @@ FRAMEHUB_AVX2 void hueRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict
     hueRow<out>(src + step * i, dst + 2 * bytesPerPixel(out) * i, pairs - i, step);
 }
 
+// An opaque copy of a constant: the compiler keeps it in a register through
+// a loop instead of rebuilding it from an immediate at each use.
+FRAMEHUB_AVX512 inline __m256i pinned(__m256i v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
 // The same case table on the largest and smallest primaries: the
 // denominator bases (primary + 1, less the luma term) are dot products
 // with the bias as accumulator, their largest is the case's base, the
 // largest less the smallest its Y. Ties go green, then blue, then red,
 // as in the table. Grey divides 0 by 0: the quotient comes out INT_MIN,
 // whose low byte is the 0 grey wants once its offset is left out.
-template <bool wantHue, bool wantSaturation>
-FRAMEHUB_AVX512 inline void classifyAvx512(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
-{
-    const __m256i uv = _mm256_srli_epi16(m, 8);
-    const __m256i red = _mm256_dpwssd_epi32(_mm256_set1_epi32(kRedDenominatorBias), uv, factors(0, kRedFromV));
-    const __m256i green
-        = _mm256_dpwssd_epi32(_mm256_set1_epi32(kGreenDenominatorBias), uv, factors(kHueGreenFromU, kHueGreenFromV));
-    const __m256i blue = _mm256_dpwssd_epi32(_mm256_set1_epi32(kBlueDenominatorBias), uv, factors(kBlueFromU, 0));
-    const __m256i top = _mm256_max_epi32(red, _mm256_max_epi32(green, blue));
-    const __m256i y = _mm256_sub_epi32(top, _mm256_min_epi32(red, _mm256_min_epi32(green, blue)));
-    const __m256 yF = _mm256_cvtepi32_ps(y);
+struct ClassifierAvx512 {
+    __m256i redBias, greenBias, blueBias, redFactors, greenFactors, blueFactors, one, belowBlue, belowGreen, lumas,
+        luma0, luma1, scale;
+    __m256 halfSextant, scaleF;
 
-    if constexpr (wantHue) {
-        const __mmask8 greenTop = _mm256_cmpeq_epi32_mask(green, top), blueTop = _mm256_cmpeq_epi32_mask(blue, top);
-        // X as in classifyAvx2: b for red, a for blue, -c for green.
-        const __m256i xRed = _mm256_sub_epi32(green, blue);
-        const __m256i x = _mm256_mask_sub_epi32(_mm256_mask_sub_epi32(xRed, blueTop, red, green), greenTop, blue, red);
+    FRAMEHUB_AVX512 ClassifierAvx512()
+        : redBias(pinned(_mm256_set1_epi32(kRedDenominatorBias)))
+        , greenBias(pinned(_mm256_set1_epi32(kGreenDenominatorBias)))
+        , blueBias(pinned(_mm256_set1_epi32(kBlueDenominatorBias)))
+        , redFactors(pinned(factors(0, kRedFromV)))
+        , greenFactors(pinned(factors(kHueGreenFromU, kHueGreenFromV)))
+        , blueFactors(pinned(factors(kBlueFromU, 0)))
+        , one(pinned(_mm256_set1_epi32(1)))
+        , belowBlue(pinned(_mm256_set1_epi32(-kHueSextant)))
+        , belowGreen(pinned(_mm256_set1_epi32(kHueSextant)))
+        , lumas(pinned(_mm256_set1_epi32(0x00FF00FF)))
+        , luma0(pinned(factors(kLumaGain, 0)))
+        , luma1(pinned(factors(0, kLumaGain)))
+        , scale(pinned(_mm256_set1_epi32(kSaturationScale)))
         // 42.5 X / Y is 85 X / 2 Y exactly, numerator and quotient alike.
-        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant / 2.0f));
-        const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, yF));
-        const __m256i redOffset = _mm256_cmpgt_epi32(_mm256_set1_epi32(1), xRed); // case 2: -1
-        const __m256i offset = _mm256_mask_blend_epi32(greenTop,
-            _mm256_mask_blend_epi32(blueTop, redOffset, _mm256_set1_epi32(-kHueSextant)),
-            _mm256_set1_epi32(kHueSextant));
-        hue = _mm256_mask_add_epi32(q, _mm256_test_epi32_mask(y, y), q, offset);
+        , halfSextant(_mm256_castsi256_ps(pinned(_mm256_castps_si256(_mm256_set1_ps(kHueSextant / 2.0f)))))
+        // The numerator scaled up as in saturationAvx2.
+        , scaleF(
+              _mm256_castsi256_ps(pinned(_mm256_castps_si256(_mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024))))))
+    {
     }
-    if constexpr (wantSaturation) {
-        const __m256i yy = _mm256_and_si256(m, _mm256_set1_epi32(0x00FF00FF));
-        const __m256i num = _mm256_mullo_epi32(y, _mm256_set1_epi32(kSaturationScale));
-        const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024)));
-        s0 = saturationAvx2(num, numF, _mm256_dpwssd_epi32(top, yy, factors(kLumaGain, 0)));
-        s1 = saturationAvx2(num, numF, _mm256_dpwssd_epi32(top, yy, factors(0, kLumaGain)));
+
+    // The 14-bit estimate is well within the bound saturationAvx2 needs.
+    FRAMEHUB_AVX512 static __m256i saturation(__m256i num, __m256 scaledNumF, __m256i den)
+    {
+        const __m256i q0 = _mm256_cvttps_epi32(_mm256_mul_ps(scaledNumF, _mm256_rcp14_ps(_mm256_cvtepi32_ps(den))));
+        return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
     }
-}
+
+    template <bool wantHue, bool wantSaturation>
+    FRAMEHUB_AVX512 void operator()(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1) const
+    {
+        const __m256i uv = _mm256_srli_epi16(m, 8);
+        const __m256i red = _mm256_dpwssd_epi32(redBias, uv, redFactors);
+        const __m256i green = _mm256_dpwssd_epi32(greenBias, uv, greenFactors);
+        const __m256i blue = _mm256_dpwssd_epi32(blueBias, uv, blueFactors);
+        const __m256i top = _mm256_max_epi32(red, _mm256_max_epi32(green, blue));
+        const __m256i y = _mm256_sub_epi32(top, _mm256_min_epi32(red, _mm256_min_epi32(green, blue)));
+        const __m256 yF = _mm256_cvtepi32_ps(y);
+
+        if constexpr (wantHue) {
+            const __mmask8 greenTop = _mm256_cmpeq_epi32_mask(green, top), blueTop = _mm256_cmpeq_epi32_mask(blue, top);
+            // X as in classifyAvx2: b for red, a for blue, -c for green.
+            const __m256i xRed = _mm256_sub_epi32(green, blue);
+            const __m256i x
+                = _mm256_mask_sub_epi32(_mm256_mask_sub_epi32(xRed, blueTop, red, green), greenTop, blue, red);
+            const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(_mm256_mul_ps(_mm256_cvtepi32_ps(x), halfSextant), yF));
+            const __m256i redOffset = _mm256_cmpgt_epi32(one, xRed); // case 2: -1
+            const __m256i offset
+                = _mm256_mask_blend_epi32(greenTop, _mm256_mask_blend_epi32(blueTop, redOffset, belowBlue), belowGreen);
+            hue = _mm256_mask_add_epi32(q, _mm256_test_epi32_mask(y, y), q, offset);
+        }
+        if constexpr (wantSaturation) {
+            const __m256i yy = _mm256_and_si256(m, lumas);
+            const __m256i num = _mm256_mullo_epi32(y, scale);
+            const __m256 numF = _mm256_mul_ps(yF, scaleF);
+            s0 = saturation(num, numF, _mm256_dpwssd_epi32(top, yy, luma0));
+            s1 = saturation(num, numF, _mm256_dpwssd_epi32(top, yy, luma1));
+        }
+    }
+};
 
 // Byte permutes for the AVX-512 stores. Their tables index two registers
 // at once (0-31 the first, 32-63 the second).
@@ -475,31 +515,47 @@ constexpr ByteMask twoBytesAMacroPixel(bool saturations)
     return m;
 }
 
-FRAMEHUB_AVX512 inline __mmask16 aboveMask(__m256i h, int16_t threshold)
-{
-    return _mm256_cmpgt_epi16_mask(h, _mm256_set1_epi16(threshold));
-}
-
 // The wheel on 16 hues in 16-bit lanes, with the table's rows as masked
 // writes over the sextants above each threshold.
-FRAMEHUB_AVX512 inline void wheelAvx512(__m256i h, __m256i& c0, __m256i& c1, __m256i& c2)
-{
-    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(kWheelSlope));
-    const __m256i full = _mm256_set1_epi16(255), none = _mm256_setzero_si256();
-    const __mmask16 s1 = aboveMask(h, 42), s2 = aboveMask(h, 84), s3 = aboveMask(h, 126), s4 = aboveMask(h, 168),
-                    s5 = aboveMask(h, 210), s6 = aboveMask(h, 253);
-    c0 = _mm256_maskz_add_epi16(s2, p, _mm256_set1_epi16(2));
-    c0 = _mm256_mask_mov_epi16(c0, s3, full);
-    c0 = _mm256_mask_sub_epi16(c0, s5, _mm256_set1_epi16(-15), p);
-    c0 = _mm256_mask_mov_epi16(c0, s6, none);
-    c1 = _mm256_mask_mov_epi16(p, s1, full);
-    c1 = _mm256_mask_sub_epi16(c1, s3, _mm256_set1_epi16(-7), p);
-    c1 = _mm256_mask_mov_epi16(c1, s4, none);
-    c2 = _mm256_mask_sub_epi16(full, s1, _mm256_set1_epi16(1), p);
-    c2 = _mm256_mask_mov_epi16(c2, s2, none);
-    c2 = _mm256_mask_add_epi16(c2, s4, p, _mm256_set1_epi16(10));
-    c2 = _mm256_mask_mov_epi16(c2, s5, full);
-}
+struct WheelAvx512 {
+    __m256i slope, full, t42, t84, t126, t168, t210, t253, two, minus15, minus7, one, ten;
+
+    FRAMEHUB_AVX512 WheelAvx512()
+        : slope(pinned(_mm256_set1_epi16(kWheelSlope)))
+        , full(pinned(_mm256_set1_epi16(255)))
+        , t42(pinned(_mm256_set1_epi16(42)))
+        , t84(pinned(_mm256_set1_epi16(84)))
+        , t126(pinned(_mm256_set1_epi16(126)))
+        , t168(pinned(_mm256_set1_epi16(168)))
+        , t210(pinned(_mm256_set1_epi16(210)))
+        , t253(pinned(_mm256_set1_epi16(253)))
+        , two(pinned(_mm256_set1_epi16(2)))
+        , minus15(pinned(_mm256_set1_epi16(-15)))
+        , minus7(pinned(_mm256_set1_epi16(-7)))
+        , one(pinned(_mm256_set1_epi16(1)))
+        , ten(pinned(_mm256_set1_epi16(10)))
+    {
+    }
+
+    FRAMEHUB_AVX512 void operator()(__m256i h, __m256i& c0, __m256i& c1, __m256i& c2) const
+    {
+        const __m256i p = _mm256_mullo_epi16(h, slope), none = _mm256_setzero_si256();
+        const __mmask16 s1 = _mm256_cmpgt_epi16_mask(h, t42), s2 = _mm256_cmpgt_epi16_mask(h, t84),
+                        s3 = _mm256_cmpgt_epi16_mask(h, t126), s4 = _mm256_cmpgt_epi16_mask(h, t168),
+                        s5 = _mm256_cmpgt_epi16_mask(h, t210), s6 = _mm256_cmpgt_epi16_mask(h, t253);
+        c0 = _mm256_maskz_add_epi16(s2, p, two);
+        c0 = _mm256_mask_mov_epi16(c0, s3, full);
+        c0 = _mm256_mask_sub_epi16(c0, s5, minus15, p);
+        c0 = _mm256_mask_mov_epi16(c0, s6, none);
+        c1 = _mm256_mask_mov_epi16(p, s1, full);
+        c1 = _mm256_mask_sub_epi16(c1, s3, minus7, p);
+        c1 = _mm256_mask_mov_epi16(c1, s4, none);
+        c2 = _mm256_mask_sub_epi16(full, s1, one, p);
+        c2 = _mm256_mask_mov_epi16(c2, s2, none);
+        c2 = _mm256_mask_add_epi16(c2, s4, p, ten);
+        c2 = _mm256_mask_mov_epi16(c2, s5, full);
+    }
+};
 
 template <Output out, Fetch fetch>
 FRAMEHUB_AVX512 Size hueBlocksAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
@@ -514,14 +570,16 @@ FRAMEHUB_AVX512 Size hueBlocksAvx512(const uint8_t* __restrict src, uint8_t* __r
         // Blocks in twos, so that the wheel runs on full 16-bit lanes.
         // Even bytes: byte 0 of the hue words of both blocks.
         static constexpr ByteMask lowBytes = twoBytesAMacroPixel(false);
+        const WheelAvx512 wheel;
+        const ClassifierAvx512 classify;
         for (; i + 8 <= pairs; i += 16) {
             const bool both = i + 16 <= pairs;
             const __m256i m = fetchWords<fetch>(src + step * i, offsets);
             const __m256i n = both ? fetchWords<fetch>(src + step * (i + 8), offsets) : m;
             __m256i h, g, c0, c1, c2;
-            classifyAvx512<true, false>(m, h, unused, unused);
-            classifyAvx512<true, false>(n, g, unused, unused);
-            wheelAvx512(_mm256_maskz_permutex2var_epi8(0x55555555, h, loadMask(lowBytes), g), c0, c1, c2);
+            classify.operator()<true, false>(m, h, unused, unused);
+            classify.operator()<true, false>(n, g, unused, unused);
+            wheel(_mm256_maskz_permutex2var_epi8(0x55555555, h, loadMask(lowBytes), g), c0, c1, c2);
             uint8_t* p = dst + outStep * i;
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), sixBytesAvx512<out, 0>(c0, c1, c2));
             const __m256i middle = sixBytesAvx512<out, 1>(c0, c1, c2);
@@ -535,10 +593,11 @@ FRAMEHUB_AVX512 Size hueBlocksAvx512(const uint8_t* __restrict src, uint8_t* __r
         return i;
     }
     static constexpr ByteMask hues = twoBytesAMacroPixel(false), saturations = twoBytesAMacroPixel(true);
+    const ClassifierAvx512 classify;
     for (; i + 8 <= pairs; i += 8) {
         const __m256i m = fetchWords<fetch>(src + step * i, offsets);
         __m256i h, s0, s1;
-        classifyAvx512<wantHue, wantSaturation>(m, h, s0, s1);
+        classify.operator()<wantHue, wantSaturation>(m, h, s0, s1);
         uint8_t* p = dst + outStep * i;
         // The saturating packs clamp S0 and S1.
         const __m256i s = wantSaturation ? _mm256_packus_epi16(_mm256_packs_epi32(s0, s1), _mm256_setzero_si256())
