@@ -461,10 +461,11 @@ struct Permute {
 // Byte of S0 (e = 1) or S1 (e = 2) of macro-pixel i once packed.
 constexpr int packedSaturation(int e, int i) { return 16 * (i / 4) + 4 * (e - 1) + i % 4; }
 
-// Where byte o of a block's output comes from. HSY and HSMixed: the hue
-// words (low bytes), then the saturations packed four S0, four S1 a lane,
-// then the source words (pattern entries 4-7); H2RGB: the low bytes of the
-// C0 and C1 words of 16 hues, then those of C2.
+// Where byte o of a block's output comes from. HSMixed: the hue words (low
+// bytes), then the saturations packed four S0, four S1 a lane. HSY: those
+// saturations with four hues after them a lane, then the source words
+// (pattern entries 4-7). H2RGB: the low bytes of the C0 and C1 words of 16
+// hues, then those of C2.
 template <Output out> constexpr int sixBytesSource(int o)
 {
     const int i = o / 6;
@@ -473,8 +474,8 @@ template <Output out> constexpr int sixBytesSource(int o)
         return channel == 0 ? 2 * i : channel == 1 ? 32 + 2 * i : 64 + 2 * i;
     }
     const int e = Layout<out>::pattern[o % 6];
-    if (e >= 4)
-        return 64 + 4 * i + e - 4;
+    if (out == OUT_HSY)
+        return e >= 4 ? 32 + 4 * i + e - 4 : e == 0 ? 16 * (i / 4) + 8 + i % 4 : packedSaturation(e, i);
     return e == 0 ? 4 * i : 32 + packedSaturation(e, i);
 }
 
@@ -608,6 +609,13 @@ FRAMEHUB_AVX512 Size hueBlocksAvx512(const uint8_t* __restrict src, uint8_t* __r
         else if constexpr (out == OUT_S)
             _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
                 _mm256_castsi256_si128(_mm256_permutex2var_epi8(s, loadMask(saturations), s)));
+        else if constexpr (out == OUT_HSY)
+            // Hues packed beside the saturations leave the source bytes
+            // to the same permute.
+            storeSixBytesAvx512<out>(p,
+                _mm256_packus_epi16(_mm256_packs_epi32(s0, s1),
+                    _mm256_packs_epi32(_mm256_and_si256(h, _mm256_set1_epi32(0xFF)), _mm256_setzero_si256())),
+                m, m);
         else
             storeSixBytesAvx512<out>(p, h, s, m);
     }
