@@ -133,8 +133,6 @@ template <Output out> void hueRow(const uint8_t* __restrict src, uint8_t* __rest
 #ifdef FRAMEHUB_VECTOR
 using namespace simd;
 
-constexpr int sameWord[4] = { 0, 1, 2, 3 };
-
 // The quotient of non-negative numerators by their denominators, still to
 // be clamped to 0..255: then it is the saturation, 0 where the denominator
 // is not positive (the quotient is 0 or less there, or INT_MIN for a
@@ -149,65 +147,57 @@ FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m2
     return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
 }
 
-// The case table for eight macro-pixels at once. Within the sextant of the
-// largest primary the hue quotient is 85 X / 2 Y, where Y, the largest
-// primary less the smallest, is the largest of |a|, |b|, |c|, and X is the
-// difference that does not involve the largest; the saturation numerator
-// is 255 Y. Grey has X = Y = 0. The hue byte is the low byte of its word,
-// the saturations still want clamping (saturationAvx2): each store does
-// both the way that costs it least.
+// The case table for eight macro-pixels at once, on the largest and
+// smallest primaries. The saturation's denominator base (primary + 1, less
+// the luma term) is that of the largest primary, the case's; the largest
+// less the smallest is Y, the largest of |a|, |b|, |c|, and its numerator
+// is 255 Y. Ties go green, then blue, then red, as in the table. Within the
+// case the hue quotient is 85 X / 2 Y, X the difference of the two other
+// primaries. The hue byte is the low byte of its word, the saturations
+// still want clamping (saturationAvx2): each store does both the way that
+// costs it least.
 template <bool wantHue, bool wantSaturation>
 FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
 {
-    static constexpr ByteMask uvMask = halvesMask(sameWord, 1, 3), yyMask = halvesMask(sameWord, 0, 2);
-    const __m256i uv = _mm256_shuffle_epi8(m, loadMask(uvMask));
-    const __m256i a = _mm256_add_epi32(
-        _mm256_madd_epi16(uv, factors(kRedGreenFromU, kRedGreenFromV)), _mm256_set1_epi32(kRedGreenBias));
-    const __m256i b = _mm256_add_epi32(
-        _mm256_madd_epi16(uv, factors(kGreenBlueFromU, kGreenBlueFromV)), _mm256_set1_epi32(kGreenBlueBias));
-    const __m256i c = _mm256_add_epi32(a, b);
-    const __m256i zero = _mm256_setzero_si256();
-    const __m256i aP = _mm256_cmpgt_epi32(a, zero);
-    const __m256i bP = _mm256_cmpgt_epi32(b, zero), bN = _mm256_cmpgt_epi32(zero, b);
-    const __m256i cP = _mm256_cmpgt_epi32(c, zero);
-    // Cases 1-2 and 3-4 of the table; 5-6 and grey are what is left.
-    const __m256i red = _mm256_and_si256(aP, cP);
-    const __m256i blue = _mm256_or_si256(_mm256_andnot_si256(cP, aP), _mm256_andnot_si256(aP, bN));
-    const __m256i absA = _mm256_abs_epi32(a), absB = _mm256_abs_epi32(b), absC = _mm256_abs_epi32(c);
-    const __m256i y = _mm256_max_epi32(absA, _mm256_max_epi32(absB, absC));
+    const __m256i uv = _mm256_srli_epi16(m, 8);
+    const __m256i red
+        = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, kRedFromV)), _mm256_set1_epi32(kRedDenominatorBias));
+    const __m256i green = _mm256_add_epi32(
+        _mm256_madd_epi16(uv, factors(kHueGreenFromU, kHueGreenFromV)), _mm256_set1_epi32(kGreenDenominatorBias));
+    const __m256i blue
+        = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueDenominatorBias));
+    const __m256i top = _mm256_max_epi32(red, _mm256_max_epi32(green, blue));
+    const __m256i y = _mm256_sub_epi32(top, _mm256_min_epi32(red, _mm256_min_epi32(green, blue)));
     const __m256 yF = _mm256_cvtepi32_ps(y);
 
     if constexpr (wantHue) {
-        // X with the sign of its case's quotient: b for red, a for blue, -c
-        // for green (positive below blue, negative below red), so that the
-        // float quotient truncates toward zero as the table's division does
-        // and only the case's offset is left to add.
-        const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_sub_epi32(zero, c), a, blue), b, red);
-        // Exact: |85 X| and 2 Y are below 2^24 and the quotient below 43.
-        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant));
-        const __m256 d = _mm256_max_ps(_mm256_add_ps(yF, yF), _mm256_set1_ps(1.0f));
-        const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, d));
-        const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2: -1
-        const __m256i greenOrGrey
-            = _mm256_and_si256(_mm256_cmpgt_epi32(y, zero), _mm256_set1_epi32(kHueSextant)); // grey: 0
+        const __m256i greenTop = _mm256_cmpeq_epi32(green, top), blueTop = _mm256_cmpeq_epi32(blue, top);
+        // X with the sign of its case's quotient: b (G - B) for red, a
+        // (R - G) for blue, -c (B - R) for green, so that the float
+        // quotient truncates toward zero as the table's division does and
+        // only the case's offset is left to add.
+        const __m256i xRed = _mm256_sub_epi32(green, blue);
+        const __m256i x = _mm256_blendv_epi8(
+            _mm256_blendv_epi8(xRed, _mm256_sub_epi32(red, green), blueTop), _mm256_sub_epi32(blue, red), greenTop);
+        // Exact: 85 X / 2 Y is 42.5 X / Y, |85 X| and Y are below 2^24 and
+        // the quotient below 43. Grey divides 0 by 0: the quotient comes
+        // out INT_MIN, whose low byte is the 0 grey wants once its offset
+        // is cleared.
+        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant / 2.0f));
+        const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, yF));
+        const __m256i redOffset = _mm256_cmpgt_epi32(_mm256_set1_epi32(1), xRed); // case 2: -1
         const __m256i offset
-            = _mm256_blendv_epi8(_mm256_blendv_epi8(greenOrGrey, _mm256_set1_epi32(-kHueSextant), blue), redBelow, red);
-        hue = _mm256_add_epi32(offset, q);
+            = _mm256_blendv_epi8(_mm256_blendv_epi8(redOffset, _mm256_set1_epi32(-kHueSextant), blueTop),
+                _mm256_set1_epi32(kHueSextant), greenTop);
+        hue = _mm256_add_epi32(q, _mm256_andnot_si256(_mm256_cmpeq_epi32(y, _mm256_setzero_si256()), offset));
     }
     if constexpr (wantSaturation) {
-        const __m256i greenBase = _mm256_add_epi32(
-            _mm256_madd_epi16(uv, factors(kHueGreenFromU, kHueGreenFromV)), _mm256_set1_epi32(kGreenDenominatorBias));
-        const __m256i blueBase
-            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueDenominatorBias));
-        const __m256i redBase
-            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, kRedFromV)), _mm256_set1_epi32(kRedDenominatorBias));
-        const __m256i base = _mm256_blendv_epi8(_mm256_blendv_epi8(greenBase, blueBase, blue), redBase, red);
-        const __m256i yy = _mm256_shuffle_epi8(m, loadMask(yyMask));
+        const __m256i yy = _mm256_and_si256(m, _mm256_set1_epi32(0x00FF00FF));
         static_assert(kSaturationScale == 255, "the numerator is 256 y - y");
         const __m256i num = _mm256_sub_epi32(_mm256_slli_epi32(y, 8), y);
         const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024)));
-        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(kLumaGain, 0)), base));
-        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, kLumaGain)), base));
+        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(kLumaGain, 0)), top));
+        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, kLumaGain)), top));
     }
 }
 
@@ -378,12 +368,8 @@ FRAMEHUB_AVX512 inline __m256i pinned(__m256i v)
     return v;
 }
 
-// The same case table on the largest and smallest primaries: the
-// denominator bases (primary + 1, less the luma term) are dot products
-// with the bias as accumulator, their largest is the case's base, the
-// largest less the smallest its Y. Ties go green, then blue, then red,
-// as in the table. Grey divides 0 by 0: the quotient comes out INT_MIN,
-// whose low byte is the 0 grey wants once its offset is left out.
+// classifyAvx2 with the primaries as dot products (the bias as
+// accumulator), masks for the selections and a 14-bit reciprocal.
 struct ClassifierAvx512 {
     __m256i redBias, greenBias, blueBias, redFactors, greenFactors, blueFactors, one, belowBlue, belowGreen, lumas,
         luma0, luma1, scale;
@@ -403,7 +389,6 @@ struct ClassifierAvx512 {
         , luma0(pinned(factors(kLumaGain, 0)))
         , luma1(pinned(factors(0, kLumaGain)))
         , scale(pinned(_mm256_set1_epi32(kSaturationScale)))
-        // 42.5 X / Y is 85 X / 2 Y exactly, numerator and quotient alike.
         , halfSextant(_mm256_castsi256_ps(pinned(_mm256_castps_si256(_mm256_set1_ps(kHueSextant / 2.0f)))))
         // The numerator scaled up as in saturationAvx2.
         , scaleF(
@@ -431,7 +416,6 @@ struct ClassifierAvx512 {
 
         if constexpr (wantHue) {
             const __mmask8 greenTop = _mm256_cmpeq_epi32_mask(green, top), blueTop = _mm256_cmpeq_epi32_mask(blue, top);
-            // X as in classifyAvx2: b for red, a for blue, -c for green.
             const __m256i xRed = _mm256_sub_epi32(green, blue);
             const __m256i x
                 = _mm256_mask_sub_epi32(_mm256_mask_sub_epi32(xRed, blueTop, red, green), greenTop, blue, red);
