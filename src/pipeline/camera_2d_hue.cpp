@@ -156,6 +156,14 @@ FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m2
 // primaries. The hue byte is the low byte of its word, the saturations
 // still want clamping (saturationAvx2): each store does both the way that
 // costs it least.
+// b where the 32-bit mask is set, else a: the mask's sign bits are enough,
+// which saves the compiler widening them to bytes.
+FRAMEHUB_AVX2 inline __m256i select(__m256i a, __m256i b, __m256i mask)
+{
+    return _mm256_castps_si256(
+        _mm256_blendv_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), _mm256_castsi256_ps(mask)));
+}
+
 template <bool wantHue, bool wantSaturation>
 FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
 {
@@ -177,8 +185,8 @@ FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m
         // quotient truncates toward zero as the table's division does and
         // only the case's offset is left to add.
         const __m256i xRed = _mm256_sub_epi32(green, blue);
-        const __m256i x = _mm256_blendv_epi8(
-            _mm256_blendv_epi8(xRed, _mm256_sub_epi32(red, green), blueTop), _mm256_sub_epi32(blue, red), greenTop);
+        const __m256i x
+            = select(select(xRed, _mm256_sub_epi32(red, green), blueTop), _mm256_sub_epi32(blue, red), greenTop);
         // Exact: 85 X / 2 Y is 42.5 X / Y, |85 X| and Y are below 2^24 and
         // the quotient below 43. Grey divides 0 by 0: the quotient comes
         // out INT_MIN, whose low byte is the 0 grey wants once its offset
@@ -186,9 +194,8 @@ FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m
         const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant / 2.0f));
         const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, yF));
         const __m256i redOffset = _mm256_cmpgt_epi32(_mm256_set1_epi32(1), xRed); // case 2: -1
-        const __m256i offset
-            = _mm256_blendv_epi8(_mm256_blendv_epi8(redOffset, _mm256_set1_epi32(-kHueSextant), blueTop),
-                _mm256_set1_epi32(kHueSextant), greenTop);
+        const __m256i offset = select(
+            select(redOffset, _mm256_set1_epi32(-kHueSextant), blueTop), _mm256_set1_epi32(kHueSextant), greenTop);
         hue = _mm256_add_epi32(q, _mm256_andnot_si256(_mm256_cmpeq_epi32(y, _mm256_setzero_si256()), offset));
     }
     if constexpr (wantSaturation) {
