@@ -208,33 +208,51 @@ FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m
     }
 }
 
-FRAMEHUB_AVX2 inline __m256i above(__m256i h, int16_t threshold)
+// A byte per sextant of the wheel, the same in both lanes.
+constexpr ByteMask sextantTable(const int (&bytes)[7])
 {
-    return _mm256_cmpgt_epi16(h, _mm256_set1_epi16(threshold));
+    ByteMask m {};
+    for (int i = 0; i < 32; ++i)
+        m.b[i] = static_cast<int8_t>(i % 16 < 7 ? bytes[i % 16] : 0);
+    return m;
 }
 
-FRAMEHUB_AVX2 inline __m256i plus(__m256i p, int16_t k) { return _mm256_add_epi16(p, _mm256_set1_epi16(k)); }
-FRAMEHUB_AVX2 inline __m256i minus(__m256i p, int16_t k) { return _mm256_sub_epi16(_mm256_set1_epi16(k), p); }
+// Each channel of the wheel is slope h + bias within a sextant, modulo 256
+// as the table's byte casts are: slope 6, -6 or 0 and the bias come from
+// byte tables indexed by the sextant (the high bytes look up entry 0, which
+// only reaches the high byte of the result).
+template <int channel> FRAMEHUB_AVX2 inline __m256i wheelChannel(__m256i h, __m256i sextant)
+{
+    static constexpr int slopes[3][7] = {
+        { 0, 0, 6, 0, 0, -6, 0 },
+        { 6, 0, 0, -6, 0, 0, 0 },
+        { 0, -6, 0, 0, 6, 0, 0 },
+    };
+    static constexpr int biases[3][7] = {
+        { 0, 0, 2, 255, 255, -15, 0 },
+        { 0, 255, 255, -7, 0, 0, 0 },
+        { 255, 1, 0, 0, 10, 255, 255 },
+    };
+    static constexpr ByteMask slope = sextantTable(slopes[channel]), bias = sextantTable(biases[channel]);
+    static_assert(kWheelSlope == 6, "the slopes above");
+    return _mm256_add_epi16(_mm256_mullo_epi16(h, _mm256_shuffle_epi8(loadMask(slope), sextant)),
+        _mm256_shuffle_epi8(loadMask(bias), sextant));
+}
 
-// The wheel row by row of its table, as a chain of selections by threshold,
-// for the hues of two blocks at once in 16-bit lanes. The words of the two
-// blocks come back as C0 | C1 << 8 | C2 << 16.
+// The wheel for the hues of two blocks at once in 16-bit lanes. The
+// sextant is (h - 1) / 42 by a product, but for 0 and for 253, the one
+// sextant of 43 steps. The words of the two blocks come back as
+// C0 | C1 << 8 | C2 << 16.
 FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA, __m256i& wordsB)
 {
     const __m256i h = _mm256_packus_epi32(hueA, hueB); // lanes: A0-3 B0-3 | A4-7 B4-7
-    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(kWheelSlope));
-    const __m256i full = _mm256_set1_epi16(255), none = _mm256_setzero_si256();
-    const __m256i s1 = above(h, 42), s2 = above(h, 84), s3 = above(h, 126), s4 = above(h, 168), s5 = above(h, 210),
-                  s6 = above(h, 253);
-    __m256i c0 = _mm256_blendv_epi8(none, plus(p, 2), s2);
-    c0 = _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_blendv_epi8(c0, full, s3), minus(p, -15), s5), none, s6);
-    __m256i c1 = _mm256_blendv_epi8(_mm256_blendv_epi8(p, full, s1), minus(p, -7), s3);
-    c1 = _mm256_blendv_epi8(c1, none, s4);
-    __m256i c2 = _mm256_blendv_epi8(_mm256_blendv_epi8(full, minus(p, 1), s1), none, s2);
-    c2 = _mm256_blendv_epi8(_mm256_blendv_epi8(c2, plus(p, 10), s4), full, s5);
+    const __m256i sextant
+        = _mm256_add_epi16(_mm256_mulhi_epu16(_mm256_subs_epu16(h, _mm256_set1_epi16(1)), _mm256_set1_epi16(1561)),
+            _mm256_cmpeq_epi16(h, _mm256_set1_epi16(253)));
     const __m256i low = _mm256_set1_epi16(0xFF);
-    const __m256i c01 = _mm256_or_si256(_mm256_and_si256(c0, low), _mm256_slli_epi16(c1, 8));
-    c2 = _mm256_and_si256(c2, low);
+    const __m256i c01 = _mm256_or_si256(
+        _mm256_and_si256(wheelChannel<0>(h, sextant), low), _mm256_slli_epi16(wheelChannel<1>(h, sextant), 8));
+    const __m256i c2 = _mm256_and_si256(wheelChannel<2>(h, sextant), low);
     wordsA = _mm256_unpacklo_epi16(c01, c2);
     wordsB = _mm256_unpackhi_epi16(c01, c2);
 }
