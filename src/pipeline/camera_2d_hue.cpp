@@ -239,6 +239,9 @@ template <int channel> FRAMEHUB_AVX2 inline __m256i wheelChannel(__m256i h, __m2
         _mm256_shuffle_epi8(loadMask(bias), sextant));
 }
 
+// (h - 1) / 42 as a high product, exact for h below 253.
+constexpr int16_t kSextantReciprocal = (65536 + 41) / 42;
+
 // The wheel for the hues of two blocks at once in 16-bit lanes. The
 // sextant is (h - 1) / 42 by a product, but for 0 and for 253, the one
 // sextant of 43 steps. The words of the two blocks come back as
@@ -246,9 +249,9 @@ template <int channel> FRAMEHUB_AVX2 inline __m256i wheelChannel(__m256i h, __m2
 FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA, __m256i& wordsB)
 {
     const __m256i h = _mm256_packus_epi32(hueA, hueB); // lanes: A0-3 B0-3 | A4-7 B4-7
-    const __m256i sextant
-        = _mm256_add_epi16(_mm256_mulhi_epu16(_mm256_subs_epu16(h, _mm256_set1_epi16(1)), _mm256_set1_epi16(1561)),
-            _mm256_cmpeq_epi16(h, _mm256_set1_epi16(253)));
+    const __m256i sextant = _mm256_add_epi16(
+        _mm256_mulhi_epu16(_mm256_subs_epu16(h, _mm256_set1_epi16(1)), _mm256_set1_epi16(kSextantReciprocal)),
+        _mm256_cmpeq_epi16(h, _mm256_set1_epi16(253)));
     const __m256i low = _mm256_set1_epi16(0xFF);
     const __m256i c01 = _mm256_or_si256(
         _mm256_and_si256(wheelChannel<0>(h, sextant), low), _mm256_slli_epi16(wheelChannel<1>(h, sextant), 8));
@@ -525,45 +528,24 @@ constexpr ByteMask twoBytesAMacroPixel(bool saturations)
     return m;
 }
 
-// The wheel on 16 hues in 16-bit lanes, with the table's rows as masked
-// writes over the sextants above each threshold.
+// wheelAvx2's sextants and lookups on 16 hues, the channels kept apart.
 struct WheelAvx512 {
-    __m256i slope, full, t42, t84, t126, t168, t210, t253, two, minus15, minus7, one, ten;
+    __m256i one, sextantScale, longSextant;
 
     FRAMEHUB_AVX512 WheelAvx512()
-        : slope(pinned(_mm256_set1_epi16(kWheelSlope)))
-        , full(pinned(_mm256_set1_epi16(255)))
-        , t42(pinned(_mm256_set1_epi16(42)))
-        , t84(pinned(_mm256_set1_epi16(84)))
-        , t126(pinned(_mm256_set1_epi16(126)))
-        , t168(pinned(_mm256_set1_epi16(168)))
-        , t210(pinned(_mm256_set1_epi16(210)))
-        , t253(pinned(_mm256_set1_epi16(253)))
-        , two(pinned(_mm256_set1_epi16(2)))
-        , minus15(pinned(_mm256_set1_epi16(-15)))
-        , minus7(pinned(_mm256_set1_epi16(-7)))
-        , one(pinned(_mm256_set1_epi16(1)))
-        , ten(pinned(_mm256_set1_epi16(10)))
+        : one(pinned(_mm256_set1_epi16(1)))
+        , sextantScale(pinned(_mm256_set1_epi16(kSextantReciprocal)))
+        , longSextant(pinned(_mm256_set1_epi16(253)))
     {
     }
 
     FRAMEHUB_AVX512 void operator()(__m256i h, __m256i& c0, __m256i& c1, __m256i& c2) const
     {
-        const __m256i p = _mm256_mullo_epi16(h, slope), none = _mm256_setzero_si256();
-        const __mmask16 s1 = _mm256_cmpgt_epi16_mask(h, t42), s2 = _mm256_cmpgt_epi16_mask(h, t84),
-                        s3 = _mm256_cmpgt_epi16_mask(h, t126), s4 = _mm256_cmpgt_epi16_mask(h, t168),
-                        s5 = _mm256_cmpgt_epi16_mask(h, t210), s6 = _mm256_cmpgt_epi16_mask(h, t253);
-        c0 = _mm256_maskz_add_epi16(s2, p, two);
-        c0 = _mm256_mask_mov_epi16(c0, s3, full);
-        c0 = _mm256_mask_sub_epi16(c0, s5, minus15, p);
-        c0 = _mm256_mask_mov_epi16(c0, s6, none);
-        c1 = _mm256_mask_mov_epi16(p, s1, full);
-        c1 = _mm256_mask_sub_epi16(c1, s3, minus7, p);
-        c1 = _mm256_mask_mov_epi16(c1, s4, none);
-        c2 = _mm256_mask_sub_epi16(full, s1, one, p);
-        c2 = _mm256_mask_mov_epi16(c2, s2, none);
-        c2 = _mm256_mask_add_epi16(c2, s4, p, ten);
-        c2 = _mm256_mask_mov_epi16(c2, s5, full);
+        const __m256i sextant = _mm256_add_epi16(
+            _mm256_mulhi_epu16(_mm256_subs_epu16(h, one), sextantScale), _mm256_cmpeq_epi16(h, longSextant));
+        c0 = wheelChannel<0>(h, sextant);
+        c1 = wheelChannel<1>(h, sextant);
+        c2 = wheelChannel<2>(h, sextant);
     }
 };
 
