@@ -147,6 +147,14 @@ FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m2
     return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
 }
 
+// b where the 32-bit mask is set, else a: the mask's sign bits are enough,
+// which saves the compiler widening them to bytes.
+FRAMEHUB_AVX2 inline __m256i select(__m256i a, __m256i b, __m256i mask)
+{
+    return _mm256_castps_si256(
+        _mm256_blendv_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), _mm256_castsi256_ps(mask)));
+}
+
 // The case table for eight macro-pixels at once, on the largest and
 // smallest primaries. The saturation's denominator base (primary + 1, less
 // the luma term) is that of the largest primary, the case's; the largest
@@ -156,14 +164,6 @@ FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m2
 // primaries. The hue byte is the low byte of its word, the saturations
 // still want clamping (saturationAvx2): each store does both the way that
 // costs it least.
-// b where the 32-bit mask is set, else a: the mask's sign bits are enough,
-// which saves the compiler widening them to bytes.
-FRAMEHUB_AVX2 inline __m256i select(__m256i a, __m256i b, __m256i mask)
-{
-    return _mm256_castps_si256(
-        _mm256_blendv_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), _mm256_castsi256_ps(mask)));
-}
-
 template <bool wantHue, bool wantSaturation>
 FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
 {
@@ -223,10 +223,11 @@ constexpr ByteMask sextantTable(const int (&bytes)[7])
 // only reaches the high byte of the result).
 template <int channel> FRAMEHUB_AVX2 inline __m256i wheelChannel(__m256i h, __m256i sextant)
 {
+    constexpr int k = kWheelSlope;
     static constexpr int slopes[3][7] = {
-        { 0, 0, 6, 0, 0, -6, 0 },
-        { 6, 0, 0, -6, 0, 0, 0 },
-        { 0, -6, 0, 0, 6, 0, 0 },
+        { 0, 0, k, 0, 0, -k, 0 },
+        { k, 0, 0, -k, 0, 0, 0 },
+        { 0, -k, 0, 0, k, 0, 0 },
     };
     static constexpr int biases[3][7] = {
         { 0, 0, 2, 255, 255, -15, 0 },
@@ -234,7 +235,6 @@ template <int channel> FRAMEHUB_AVX2 inline __m256i wheelChannel(__m256i h, __m2
         { 255, 1, 0, 0, 10, 255, 255 },
     };
     static constexpr ByteMask slope = sextantTable(slopes[channel]), bias = sextantTable(biases[channel]);
-    static_assert(kWheelSlope == 6, "the slopes above");
     return _mm256_add_epi16(_mm256_mullo_epi16(h, _mm256_shuffle_epi8(loadMask(slope), sextant)),
         _mm256_shuffle_epi8(loadMask(bias), sextant));
 }
@@ -396,6 +396,12 @@ FRAMEHUB_AVX512 inline __m256i pinned(__m256i v)
     return v;
 }
 
+FRAMEHUB_AVX512 inline __m256 pinned(__m256 v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
 // classifyAvx2 with the primaries as dot products (the bias as
 // accumulator), masks for the selections and a 14-bit reciprocal.
 struct ClassifierAvx512 {
@@ -417,10 +423,9 @@ struct ClassifierAvx512 {
         , luma0(pinned(factors(kLumaGain, 0)))
         , luma1(pinned(factors(0, kLumaGain)))
         , scale(pinned(_mm256_set1_epi32(kSaturationScale)))
-        , halfSextant(_mm256_castsi256_ps(pinned(_mm256_castps_si256(_mm256_set1_ps(kHueSextant / 2.0f)))))
+        , halfSextant(pinned(_mm256_set1_ps(kHueSextant / 2.0f)))
         // The numerator scaled up as in saturationAvx2.
-        , scaleF(
-              _mm256_castsi256_ps(pinned(_mm256_castps_si256(_mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024))))))
+        , scaleF(pinned(_mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024))))
     {
     }
 
