@@ -328,7 +328,8 @@ TEST(Camera2DTest, VectorPathsMatchScalarPaths)
 }
 
 // Every luma with every chroma pair: the saturation's estimate and
-// correction, and the hue's division, against the scalar divisions.
+// correction, the hue's division, and HSY and the wheel built on them,
+// against the scalar divisions.
 TEST(Camera2DTest, VectorHueAndSaturationAreExactForAllInputs)
 {
     if (!(simd::setEnabled(true), simd::enabled()))
@@ -340,9 +341,9 @@ TEST(Camera2DTest, VectorHueAndSaturationAreExactForAllInputs)
             = { luma, static_cast<uint8_t>(q), static_cast<uint8_t>(luma + 1), static_cast<uint8_t>(q >> 8) };
         return bytes[i % 4];
     });
-    for (ColorSpace target : { COLORSPACE_S_8, COLORSPACE_H_8 }) {
+    for (ColorSpace target : { COLORSPACE_S_8, COLORSPACE_H_8, COLORSPACE_HSY_888, COLORSPACE_H2RGB_888 }) {
         const BothPaths out = convertBothWays(src, target, 512, 32768);
-        ASSERT_EQ(out.vector.size(), 512u * 32768u);
+        ASSERT_EQ(out.vector.size(), 512u * 32768u * getColorSpaceDepth(target));
         EXPECT_TRUE(out.vector == out.scalar && out.avx2 == out.scalar) << getColorSpaceName(target);
     }
 }

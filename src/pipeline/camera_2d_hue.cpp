@@ -133,8 +133,6 @@ template <Output out> void hueRow(const uint8_t* __restrict src, uint8_t* __rest
 #ifdef FRAMEHUB_VECTOR
 using namespace simd;
 
-constexpr int sameWord[4] = { 0, 1, 2, 3 };
-
 // The quotient of non-negative numerators by their denominators, still to
 // be clamped to 0..255: then it is the saturation, 0 where the denominator
 // is not positive (the quotient is 0 or less there, or INT_MIN for a
@@ -149,95 +147,115 @@ FRAMEHUB_AVX2 inline __m256i saturationAvx2(__m256i num, __m256 scaledNumF, __m2
     return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
 }
 
-// The case table for eight macro-pixels at once. Within the sextant of the
-// largest primary the hue quotient is 85 X / 2 Y, where Y, the largest
-// primary less the smallest, is the largest of |a|, |b|, |c|, and X is the
-// difference that does not involve the largest; the saturation numerator
-// is 255 Y. Grey has X = Y = 0. The hue byte is the low byte of its word,
-// the saturations still want clamping (saturationAvx2): each store does
-// both the way that costs it least.
+// b where the 32-bit mask is set, else a: the mask's sign bits are enough,
+// which saves the compiler widening them to bytes.
+FRAMEHUB_AVX2 inline __m256i select(__m256i a, __m256i b, __m256i mask)
+{
+    return _mm256_castps_si256(
+        _mm256_blendv_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), _mm256_castsi256_ps(mask)));
+}
+
+// The case table for eight macro-pixels at once, on the largest and
+// smallest primaries. The saturation's denominator base (primary + 1, less
+// the luma term) is that of the largest primary, the case's; the largest
+// less the smallest is Y, the largest of |a|, |b|, |c|, and its numerator
+// is 255 Y. Ties go green, then blue, then red, as in the table. Within the
+// case the hue quotient is 85 X / 2 Y, X the difference of the two other
+// primaries. The hue byte is the low byte of its word, the saturations
+// still want clamping (saturationAvx2): each store does both the way that
+// costs it least.
 template <bool wantHue, bool wantSaturation>
 FRAMEHUB_AVX2 inline void classifyAvx2(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1)
 {
-    static constexpr ByteMask uvMask = halvesMask(sameWord, 1, 3), yyMask = halvesMask(sameWord, 0, 2);
-    const __m256i uv = _mm256_shuffle_epi8(m, loadMask(uvMask));
-    const __m256i a = _mm256_add_epi32(
-        _mm256_madd_epi16(uv, factors(kRedGreenFromU, kRedGreenFromV)), _mm256_set1_epi32(kRedGreenBias));
-    const __m256i b = _mm256_add_epi32(
-        _mm256_madd_epi16(uv, factors(kGreenBlueFromU, kGreenBlueFromV)), _mm256_set1_epi32(kGreenBlueBias));
-    const __m256i c = _mm256_add_epi32(a, b);
-    const __m256i zero = _mm256_setzero_si256();
-    const __m256i aP = _mm256_cmpgt_epi32(a, zero);
-    const __m256i bP = _mm256_cmpgt_epi32(b, zero), bN = _mm256_cmpgt_epi32(zero, b);
-    const __m256i cP = _mm256_cmpgt_epi32(c, zero);
-    // Cases 1-2 and 3-4 of the table; 5-6 and grey are what is left.
-    const __m256i red = _mm256_and_si256(aP, cP);
-    const __m256i blue = _mm256_or_si256(_mm256_andnot_si256(cP, aP), _mm256_andnot_si256(aP, bN));
-    const __m256i absA = _mm256_abs_epi32(a), absB = _mm256_abs_epi32(b), absC = _mm256_abs_epi32(c);
-    const __m256i y = _mm256_max_epi32(absA, _mm256_max_epi32(absB, absC));
+    const __m256i uv = _mm256_srli_epi16(m, 8);
+    const __m256i red
+        = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, kRedFromV)), _mm256_set1_epi32(kRedDenominatorBias));
+    const __m256i green = _mm256_add_epi32(
+        _mm256_madd_epi16(uv, factors(kHueGreenFromU, kHueGreenFromV)), _mm256_set1_epi32(kGreenDenominatorBias));
+    const __m256i blue
+        = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueDenominatorBias));
+    const __m256i top = _mm256_max_epi32(red, _mm256_max_epi32(green, blue));
+    const __m256i y = _mm256_sub_epi32(top, _mm256_min_epi32(red, _mm256_min_epi32(green, blue)));
     const __m256 yF = _mm256_cvtepi32_ps(y);
 
     if constexpr (wantHue) {
-        // X with the sign of its case's quotient: b for red, a for blue, -c
-        // for green (positive below blue, negative below red), so that the
-        // float quotient truncates toward zero as the table's division does
-        // and only the case's offset is left to add.
-        const __m256i x = _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_sub_epi32(zero, c), a, blue), b, red);
-        // Exact: |85 X| and 2 Y are below 2^24 and the quotient below 43.
-        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant));
-        const __m256 d = _mm256_max_ps(_mm256_add_ps(yF, yF), _mm256_set1_ps(1.0f));
-        const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, d));
-        const __m256i redBelow = _mm256_andnot_si256(bP, red); // case 2: -1
-        const __m256i greenOrGrey
-            = _mm256_and_si256(_mm256_cmpgt_epi32(y, zero), _mm256_set1_epi32(kHueSextant)); // grey: 0
-        const __m256i offset
-            = _mm256_blendv_epi8(_mm256_blendv_epi8(greenOrGrey, _mm256_set1_epi32(-kHueSextant), blue), redBelow, red);
-        hue = _mm256_add_epi32(offset, q);
+        const __m256i greenTop = _mm256_cmpeq_epi32(green, top), blueTop = _mm256_cmpeq_epi32(blue, top);
+        // X with the sign of its case's quotient: b (G - B) for red, a
+        // (R - G) for blue, -c (B - R) for green, so that the float
+        // quotient truncates toward zero as the table's division does and
+        // only the case's offset is left to add.
+        const __m256i xRed = _mm256_sub_epi32(green, blue);
+        const __m256i x
+            = select(select(xRed, _mm256_sub_epi32(red, green), blueTop), _mm256_sub_epi32(blue, red), greenTop);
+        // Exact: 85 X / 2 Y is 42.5 X / Y, |85 X| and Y are below 2^24 and
+        // the quotient below 43. Grey divides 0 by 0: the quotient comes
+        // out INT_MIN, whose low byte is the 0 grey wants once its offset
+        // is cleared.
+        const __m256 n = _mm256_mul_ps(_mm256_cvtepi32_ps(x), _mm256_set1_ps(kHueSextant / 2.0f));
+        const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(n, yF));
+        const __m256i redOffset = _mm256_cmpgt_epi32(_mm256_set1_epi32(1), xRed); // case 2: -1
+        const __m256i offset = select(
+            select(redOffset, _mm256_set1_epi32(-kHueSextant), blueTop), _mm256_set1_epi32(kHueSextant), greenTop);
+        hue = _mm256_add_epi32(q, _mm256_andnot_si256(_mm256_cmpeq_epi32(y, _mm256_setzero_si256()), offset));
     }
     if constexpr (wantSaturation) {
-        const __m256i greenBase = _mm256_add_epi32(
-            _mm256_madd_epi16(uv, factors(kHueGreenFromU, kHueGreenFromV)), _mm256_set1_epi32(kGreenDenominatorBias));
-        const __m256i blueBase
-            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(kBlueFromU, 0)), _mm256_set1_epi32(kBlueDenominatorBias));
-        const __m256i redBase
-            = _mm256_add_epi32(_mm256_madd_epi16(uv, factors(0, kRedFromV)), _mm256_set1_epi32(kRedDenominatorBias));
-        const __m256i base = _mm256_blendv_epi8(_mm256_blendv_epi8(greenBase, blueBase, blue), redBase, red);
-        const __m256i yy = _mm256_shuffle_epi8(m, loadMask(yyMask));
+        const __m256i yy = _mm256_and_si256(m, _mm256_set1_epi32(0x00FF00FF));
         static_assert(kSaturationScale == 255, "the numerator is 256 y - y");
         const __m256i num = _mm256_sub_epi32(_mm256_slli_epi32(y, 8), y);
         const __m256 numF = _mm256_mul_ps(yF, _mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024)));
-        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(kLumaGain, 0)), base));
-        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, kLumaGain)), base));
+        s0 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(kLumaGain, 0)), top));
+        s1 = saturationAvx2(num, numF, _mm256_add_epi32(_mm256_madd_epi16(yy, factors(0, kLumaGain)), top));
     }
 }
 
-FRAMEHUB_AVX2 inline __m256i above(__m256i h, int16_t threshold)
+// A byte per sextant of the wheel, the same in both lanes.
+constexpr ByteMask sextantTable(const int (&bytes)[7])
 {
-    return _mm256_cmpgt_epi16(h, _mm256_set1_epi16(threshold));
+    ByteMask m {};
+    for (int i = 0; i < 32; ++i)
+        m.b[i] = static_cast<int8_t>(i % 16 < 7 ? bytes[i % 16] : 0);
+    return m;
 }
 
-FRAMEHUB_AVX2 inline __m256i plus(__m256i p, int16_t k) { return _mm256_add_epi16(p, _mm256_set1_epi16(k)); }
-FRAMEHUB_AVX2 inline __m256i minus(__m256i p, int16_t k) { return _mm256_sub_epi16(_mm256_set1_epi16(k), p); }
+// Each channel of the wheel is slope h + bias within a sextant, modulo 256
+// as the table's byte casts are: slope 6, -6 or 0 and the bias come from
+// byte tables indexed by the sextant (the high bytes look up entry 0, which
+// only reaches the high byte of the result).
+template <int channel> FRAMEHUB_AVX2 inline __m256i wheelChannel(__m256i h, __m256i sextant)
+{
+    constexpr int k = kWheelSlope;
+    static constexpr int slopes[3][7] = {
+        { 0, 0, k, 0, 0, -k, 0 },
+        { k, 0, 0, -k, 0, 0, 0 },
+        { 0, -k, 0, 0, k, 0, 0 },
+    };
+    static constexpr int biases[3][7] = {
+        { 0, 0, 2, 255, 255, -15, 0 },
+        { 0, 255, 255, -7, 0, 0, 0 },
+        { 255, 1, 0, 0, 10, 255, 255 },
+    };
+    static constexpr ByteMask slope = sextantTable(slopes[channel]), bias = sextantTable(biases[channel]);
+    return _mm256_add_epi16(_mm256_mullo_epi16(h, _mm256_shuffle_epi8(loadMask(slope), sextant)),
+        _mm256_shuffle_epi8(loadMask(bias), sextant));
+}
 
-// The wheel row by row of its table, as a chain of selections by threshold,
-// for the hues of two blocks at once in 16-bit lanes. The words of the two
-// blocks come back as C0 | C1 << 8 | C2 << 16.
+// (h - 1) / 42 as a high product, exact for h below 253.
+constexpr int16_t kSextantReciprocal = (65536 + 41) / 42;
+
+// The wheel for the hues of two blocks at once in 16-bit lanes. The
+// sextant is (h - 1) / 42 by a product, but for 0 and for 253, the one
+// sextant of 43 steps. The words of the two blocks come back as
+// C0 | C1 << 8 | C2 << 16.
 FRAMEHUB_AVX2 inline void wheelAvx2(__m256i hueA, __m256i hueB, __m256i& wordsA, __m256i& wordsB)
 {
     const __m256i h = _mm256_packus_epi32(hueA, hueB); // lanes: A0-3 B0-3 | A4-7 B4-7
-    const __m256i p = _mm256_mullo_epi16(h, _mm256_set1_epi16(kWheelSlope));
-    const __m256i full = _mm256_set1_epi16(255), none = _mm256_setzero_si256();
-    const __m256i s1 = above(h, 42), s2 = above(h, 84), s3 = above(h, 126), s4 = above(h, 168), s5 = above(h, 210),
-                  s6 = above(h, 253);
-    __m256i c0 = _mm256_blendv_epi8(none, plus(p, 2), s2);
-    c0 = _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_blendv_epi8(c0, full, s3), minus(p, -15), s5), none, s6);
-    __m256i c1 = _mm256_blendv_epi8(_mm256_blendv_epi8(p, full, s1), minus(p, -7), s3);
-    c1 = _mm256_blendv_epi8(c1, none, s4);
-    __m256i c2 = _mm256_blendv_epi8(_mm256_blendv_epi8(full, minus(p, 1), s1), none, s2);
-    c2 = _mm256_blendv_epi8(_mm256_blendv_epi8(c2, plus(p, 10), s4), full, s5);
+    const __m256i sextant = _mm256_add_epi16(
+        _mm256_mulhi_epu16(_mm256_subs_epu16(h, _mm256_set1_epi16(1)), _mm256_set1_epi16(kSextantReciprocal)),
+        _mm256_cmpeq_epi16(h, _mm256_set1_epi16(253)));
     const __m256i low = _mm256_set1_epi16(0xFF);
-    const __m256i c01 = _mm256_or_si256(_mm256_and_si256(c0, low), _mm256_slli_epi16(c1, 8));
-    c2 = _mm256_and_si256(c2, low);
+    const __m256i c01 = _mm256_or_si256(
+        _mm256_and_si256(wheelChannel<0>(h, sextant), low), _mm256_slli_epi16(wheelChannel<1>(h, sextant), 8));
+    const __m256i c2 = _mm256_and_si256(wheelChannel<2>(h, sextant), low);
     wordsA = _mm256_unpacklo_epi16(c01, c2);
     wordsB = _mm256_unpackhi_epi16(c01, c2);
 }
@@ -369,6 +387,246 @@ FRAMEHUB_AVX2 void hueRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict
                                 : 0;
     hueRow<out>(src + step * i, dst + 2 * bytesPerPixel(out) * i, pairs - i, step);
 }
+
+// An opaque copy of a constant: the compiler keeps it in a register through
+// a loop instead of rebuilding it from an immediate at each use.
+FRAMEHUB_AVX512 inline __m256i pinned(__m256i v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
+FRAMEHUB_AVX512 inline __m256 pinned(__m256 v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
+// classifyAvx2 with the primaries as dot products (the bias as
+// accumulator), masks for the selections and a 14-bit reciprocal.
+struct ClassifierAvx512 {
+    __m256i redBias, greenBias, blueBias, redFactors, greenFactors, blueFactors, one, belowBlue, belowGreen, lumas,
+        luma0, luma1, scale;
+    __m256 halfSextant, scaleF;
+
+    FRAMEHUB_AVX512 ClassifierAvx512()
+        : redBias(pinned(_mm256_set1_epi32(kRedDenominatorBias)))
+        , greenBias(pinned(_mm256_set1_epi32(kGreenDenominatorBias)))
+        , blueBias(pinned(_mm256_set1_epi32(kBlueDenominatorBias)))
+        , redFactors(pinned(factors(0, kRedFromV)))
+        , greenFactors(pinned(factors(kHueGreenFromU, kHueGreenFromV)))
+        , blueFactors(pinned(factors(kBlueFromU, 0)))
+        , one(pinned(_mm256_set1_epi32(1)))
+        , belowBlue(pinned(_mm256_set1_epi32(-kHueSextant)))
+        , belowGreen(pinned(_mm256_set1_epi32(kHueSextant)))
+        , lumas(pinned(_mm256_set1_epi32(0x00FF00FF)))
+        , luma0(pinned(factors(kLumaGain, 0)))
+        , luma1(pinned(factors(0, kLumaGain)))
+        , scale(pinned(_mm256_set1_epi32(kSaturationScale)))
+        , halfSextant(pinned(_mm256_set1_ps(kHueSextant / 2.0f)))
+        // The numerator scaled up as in saturationAvx2.
+        , scaleF(pinned(_mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024))))
+    {
+    }
+
+    // The 14-bit estimate is well within the bound saturationAvx2 needs.
+    FRAMEHUB_AVX512 static __m256i saturation(__m256i num, __m256 scaledNumF, __m256i den)
+    {
+        const __m256i q0 = _mm256_cvttps_epi32(_mm256_mul_ps(scaledNumF, _mm256_rcp14_ps(_mm256_cvtepi32_ps(den))));
+        return _mm256_add_epi32(q0, _mm256_cmpgt_epi32(_mm256_mullo_epi32(q0, den), num));
+    }
+
+    template <bool wantHue, bool wantSaturation>
+    FRAMEHUB_AVX512 void operator()(__m256i m, __m256i& hue, __m256i& s0, __m256i& s1) const
+    {
+        const __m256i uv = _mm256_srli_epi16(m, 8);
+        const __m256i red = _mm256_dpwssd_epi32(redBias, uv, redFactors);
+        const __m256i green = _mm256_dpwssd_epi32(greenBias, uv, greenFactors);
+        const __m256i blue = _mm256_dpwssd_epi32(blueBias, uv, blueFactors);
+        const __m256i top = _mm256_max_epi32(red, _mm256_max_epi32(green, blue));
+        const __m256i y = _mm256_sub_epi32(top, _mm256_min_epi32(red, _mm256_min_epi32(green, blue)));
+        const __m256 yF = _mm256_cvtepi32_ps(y);
+
+        if constexpr (wantHue) {
+            const __mmask8 greenTop = _mm256_cmpeq_epi32_mask(green, top), blueTop = _mm256_cmpeq_epi32_mask(blue, top);
+            const __m256i xRed = _mm256_sub_epi32(green, blue);
+            const __m256i x
+                = _mm256_mask_sub_epi32(_mm256_mask_sub_epi32(xRed, blueTop, red, green), greenTop, blue, red);
+            const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(_mm256_mul_ps(_mm256_cvtepi32_ps(x), halfSextant), yF));
+            const __m256i redOffset = _mm256_cmpgt_epi32(one, xRed); // case 2: -1
+            const __m256i offset
+                = _mm256_mask_blend_epi32(greenTop, _mm256_mask_blend_epi32(blueTop, redOffset, belowBlue), belowGreen);
+            hue = _mm256_mask_add_epi32(q, _mm256_test_epi32_mask(y, y), q, offset);
+        }
+        if constexpr (wantSaturation) {
+            const __m256i yy = _mm256_and_si256(m, lumas);
+            const __m256i num = _mm256_mullo_epi32(y, scale);
+            const __m256 numF = _mm256_mul_ps(yF, scaleF);
+            s0 = saturation(num, numF, _mm256_dpwssd_epi32(top, yy, luma0));
+            s1 = saturation(num, numF, _mm256_dpwssd_epi32(top, yy, luma1));
+        }
+    }
+};
+
+// Byte permutes for the AVX-512 stores. Their tables index two registers
+// at once (0-31 the first, 32-63 the second).
+struct Permute {
+    ByteMask index;
+    uint32_t mask; // bytes taken from the third register, where there is one
+};
+
+// Byte of S0 (e = 1) or S1 (e = 2) of macro-pixel i once packed.
+constexpr int packedSaturation(int e, int i) { return 16 * (i / 4) + 4 * (e - 1) + i % 4; }
+
+// Where byte o of a block's output comes from. HSMixed: the hue words (low
+// bytes), then the saturations packed four S0, four S1 a lane. HSY: those
+// saturations with four hues after them a lane, then the source words
+// (pattern entries 4-7). H2RGB: the low bytes of the C0 and C1 words of 16
+// hues, then those of C2.
+template <Output out> constexpr int sixBytesSource(int o)
+{
+    const int i = o / 6;
+    if (out == OUT_H2RGB) {
+        const int channel = o % 3;
+        return channel == 0 ? 2 * i : channel == 1 ? 32 + 2 * i : 64 + 2 * i;
+    }
+    const int e = Layout<out>::pattern[o % 6];
+    if (out == OUT_HSY)
+        return e >= 4 ? 32 + 4 * i + e - 4 : e == 0 ? 16 * (i / 4) + 8 + i % 4 : packedSaturation(e, i);
+    return e == 0 ? 4 * i : 32 + packedSaturation(e, i);
+}
+
+template <Output out> constexpr Permute sixBytesPermute(int part)
+{
+    Permute p {};
+    for (int t = 0; t < 32; ++t) {
+        const int o = 32 * part + t;
+        const int from = o < (out == OUT_H2RGB ? 96 : 48) ? sixBytesSource<out>(o) : 0;
+        p.index.b[t] = static_cast<int8_t>(from % 64);
+        if (from >= 64)
+            p.mask |= 1u << t;
+    }
+    return p;
+}
+
+template <Output out, int part> FRAMEHUB_AVX512 inline __m256i sixBytesAvx512(__m256i a, __m256i b, __m256i c)
+{
+    static constexpr Permute p = sixBytesPermute<out>(part);
+    const __m256i index = loadMask(p.index);
+    const __m256i ab = _mm256_permutex2var_epi8(a, index, b);
+    return p.mask ? _mm256_mask_permutexvar_epi8(ab, p.mask, index, c) : ab;
+}
+
+// Eight macro-pixels: 48 bytes.
+template <Output out> FRAMEHUB_AVX512 inline void storeSixBytesAvx512(uint8_t* dst, __m256i a, __m256i b, __m256i c)
+{
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), sixBytesAvx512<out, 0>(a, b, c));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 32), _mm256_castsi256_si128(sixBytesAvx512<out, 1>(a, b, c)));
+}
+
+// Byte 0 of each hue word twice, or S0 and S1 of each macro-pixel.
+constexpr ByteMask twoBytesAMacroPixel(bool saturations)
+{
+    ByteMask m {};
+    for (int t = 0; t < 32; ++t)
+        m.b[t] = static_cast<int8_t>(saturations ? packedSaturation(1 + t % 2, t / 2 % 8) : 4 * (t / 2) % 64);
+    return m;
+}
+
+// wheelAvx2's sextants and lookups on 16 hues, the channels kept apart.
+struct WheelAvx512 {
+    __m256i one, sextantScale, longSextant;
+
+    FRAMEHUB_AVX512 WheelAvx512()
+        : one(pinned(_mm256_set1_epi16(1)))
+        , sextantScale(pinned(_mm256_set1_epi16(kSextantReciprocal)))
+        , longSextant(pinned(_mm256_set1_epi16(253)))
+    {
+    }
+
+    FRAMEHUB_AVX512 void operator()(__m256i h, __m256i& c0, __m256i& c1, __m256i& c2) const
+    {
+        const __m256i sextant = _mm256_add_epi16(
+            _mm256_mulhi_epu16(_mm256_subs_epu16(h, one), sextantScale), _mm256_cmpeq_epi16(h, longSextant));
+        c0 = wheelChannel<0>(h, sextant);
+        c1 = wheelChannel<1>(h, sextant);
+        c2 = wheelChannel<2>(h, sextant);
+    }
+};
+
+template <Output out, Fetch fetch>
+FRAMEHUB_AVX512 Size hueBlocksAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
+{
+    constexpr bool wantHue = out != OUT_S;
+    constexpr bool wantSaturation = out != OUT_H && out != OUT_H2RGB;
+    constexpr Size outStep = 2 * bytesPerPixel(out);
+    const __m256i offsets = gatherOffsets(step);
+    __m256i unused;
+    Size i = 0;
+    if constexpr (out == OUT_H2RGB) {
+        // Blocks in twos, so that the wheel runs on full 16-bit lanes.
+        // Even bytes: byte 0 of the hue words of both blocks.
+        static constexpr ByteMask lowBytes = twoBytesAMacroPixel(false);
+        const WheelAvx512 wheel;
+        const ClassifierAvx512 classify;
+        for (; i + 8 <= pairs; i += 16) {
+            const bool both = i + 16 <= pairs;
+            const __m256i m = fetchWords<fetch>(src + step * i, offsets);
+            const __m256i n = both ? fetchWords<fetch>(src + step * (i + 8), offsets) : m;
+            __m256i h, g, c0, c1, c2;
+            classify.operator()<true, false>(m, h, unused, unused);
+            classify.operator()<true, false>(n, g, unused, unused);
+            wheel(_mm256_maskz_permutex2var_epi8(0x55555555, h, loadMask(lowBytes), g), c0, c1, c2);
+            uint8_t* p = dst + outStep * i;
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), sixBytesAvx512<out, 0>(c0, c1, c2));
+            const __m256i middle = sixBytesAvx512<out, 1>(c0, c1, c2);
+            if (!both) {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 32), _mm256_castsi256_si128(middle));
+                return i + 8;
+            }
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + 32), middle);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + 64), sixBytesAvx512<out, 2>(c0, c1, c2));
+        }
+        return i;
+    }
+    static constexpr ByteMask hues = twoBytesAMacroPixel(false), saturations = twoBytesAMacroPixel(true);
+    const ClassifierAvx512 classify;
+    for (; i + 8 <= pairs; i += 8) {
+        const __m256i m = fetchWords<fetch>(src + step * i, offsets);
+        __m256i h, s0, s1;
+        classify.operator()<wantHue, wantSaturation>(m, h, s0, s1);
+        uint8_t* p = dst + outStep * i;
+        // The saturating packs clamp S0 and S1.
+        const __m256i s = wantSaturation ? _mm256_packus_epi16(_mm256_packs_epi32(s0, s1), _mm256_setzero_si256())
+                                         : _mm256_setzero_si256();
+        if constexpr (out == OUT_H)
+            _mm_storeu_si128(
+                reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(_mm256_permutex2var_epi8(h, loadMask(hues), h)));
+        else if constexpr (out == OUT_S)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
+                _mm256_castsi256_si128(_mm256_permutex2var_epi8(s, loadMask(saturations), s)));
+        else if constexpr (out == OUT_HSY)
+            // Hues packed beside the saturations leave the source bytes
+            // to the same permute.
+            storeSixBytesAvx512<out>(p,
+                _mm256_packus_epi16(_mm256_packs_epi32(s0, s1),
+                    _mm256_packs_epi32(_mm256_and_si256(h, _mm256_set1_epi32(0xFF)), _mm256_setzero_si256())),
+                m, m);
+        else
+            storeSixBytesAvx512<out>(p, h, s, m);
+    }
+    return i;
+}
+
+template <Output out>
+FRAMEHUB_AVX512 void hueRowAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs, Size step)
+{
+    const Size i = step == 4    ? hueBlocksAvx512<out, FETCH_ADJACENT>(src, dst, pairs, step)
+        : step == 8             ? hueBlocksAvx512<out, FETCH_EVERY_OTHER>(src, dst, pairs, step)
+        : step <= maxGatherStep ? hueBlocksAvx512<out, FETCH_GATHER>(src, dst, pairs, step)
+                                : 0;
+    hueRow<out>(src + step * i, dst + 2 * bytesPerPixel(out) * i, pairs - i, step);
+}
 #endif
 
 // The source row start moves by 2 w r r bytes: r rows when W is r w, and a
@@ -383,7 +641,7 @@ template <Output out> void huePlane(ImageBuffer& source, ImageBuffer& destinatio
     const Size pairs = (w + 1) / 2;
     const uint8_t* src = source.getData();
     uint8_t* dst = destination.getData();
-    const auto row = FRAMEHUB_FASTEST(&hueRowAvx2<out>, &hueRow<out>);
+    const auto row = FRAMEHUB_FASTEST3(&hueRowAvx512<out>, &hueRowAvx2<out>, &hueRow<out>);
     for (Size j = 0; j < size.height; ++j)
         row(src + j * 2 * w * r * r, dst + j * bytesPerPixel(out) * w, pairs, 4 * r);
 }
