@@ -195,7 +195,7 @@ FRAMEHUB_AVX2 Size downscaleBlocks(const uint8_t* __restrict src, uint8_t* __res
 // each sum before the shift and added after it, so that what is left fits 16
 // bits and the arithmetic shift still floors exactly: 298 h = 256 h + 42 h,
 // 409 v = 256 v + 153 v, -100 u - 208 v = -256 (u + v) + 156 u + 48 v and
-// 516 u = 512 u + 4 u. Every input has been checked against downscaleRow.
+// 516 u = 512 u + 4 u. Checked for every input against downscaleRow.
 constexpr int32_t kWhole = 1 << kFractionBits;
 constexpr int32_t kLumaPart = kLumaGain - kWhole; // 42
 constexpr int32_t kRedPart = kRedFromV - kWhole; // 153
@@ -207,8 +207,8 @@ constexpr int32_t kBluePart = kBlueFromU - 2 * kWhole; // 4
 // green sum within int16.
 constexpr int32_t kPartBias = -kLumaPart * kLumaBlack - kLumaBlack * kWhole;
 
-// A constant the compiler cannot see through: it would turn a multiply by a
-// constant into shifts and adds, which compete with the shuffles.
+// A constant the compiler cannot see through: it would turn one multiply
+// into five shifts and adds.
 FRAMEHUB_AVX2 inline __m256i opaque(__m256i v)
 {
     __asm__("" : "+x"(v));
@@ -252,13 +252,6 @@ FRAMEHUB_AVX2 inline void halfChannels(__m256i yy, __m256i uv, __m256i& red, __m
     blue = _mm256_add_epi16(_mm256_add_epi16(luma, twoU), _mm256_srai_epi16(b, kFractionBits));
 }
 
-template <Output out> FRAMEHUB_AVX2 inline __m256i halfChannel(__m256i yy, __m256i uv)
-{
-    __m256i red, green, blue;
-    halfChannels<out>(yy, uv, red, green, blue);
-    return out == OUT_R ? red : out == OUT_G ? green : blue;
-}
-
 // Sixteen macro-pixels from 64 bytes as byte pairs: lumas in yy, chroma
 // less 128 in uv; lane 0 pixels 0-7, lane 1 pixels 8-15, so that each lane
 // fills a contiguous run of the destination.
@@ -292,48 +285,44 @@ constexpr ByteMask halfMask(bool fromBlue, bool tail, bool bgr)
 
 template <Output out> FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
 {
+    constexpr bool bgr = out == OUT_BGR;
+    static constexpr ByteMask head = halfMask(false, false, bgr), tail = halfMask(false, true, bgr),
+                              headBlue = halfMask(true, false, bgr), tailBlue = halfMask(true, true, bgr);
     Size k = 0;
-    if constexpr (bytesPerPixel(out) == 3) {
-        constexpr bool bgr = out == OUT_BGR;
-        static constexpr ByteMask head = halfMask(false, false, bgr), tail = halfMask(false, true, bgr),
-                                  headBlue = halfMask(true, false, bgr), tailBlue = halfMask(true, true, bgr);
-        for (; k + 16 <= n; k += 16) {
-            __m256i yy, uv, red, green, blue;
-            halfPairs(src + 4 * k, yy, uv);
-            halfChannels<out>(yy, uv, red, green, blue);
-            // The saturating packs clamp as finish does.
-            const __m256i rg = _mm256_packus_epi16(red, green);
-            const __m256i bb = _mm256_packus_epi16(blue, blue);
-            const __m256i h
-                = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(head)), _mm256_shuffle_epi8(bb, loadMask(headBlue)));
-            const __m256i t
-                = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(tail)), _mm256_shuffle_epi8(bb, loadMask(tailBlue)));
-            storeTwentyFourPerLane(dst + 3 * k, h, t);
-        }
-    } else {
-        // Two blocks for a full 32-byte store.
-        for (; k + 32 <= n; k += 32) {
-            __m256i yy, uv;
-            halfPairs(src + 4 * k, yy, uv);
-            const __m256i first = halfChannel<out>(yy, uv);
-            halfPairs(src + 4 * k + 64, yy, uv);
-            const __m256i bytes = _mm256_packus_epi16(first, halfChannel<out>(yy, uv));
-            _mm256_storeu_si256(
-                reinterpret_cast<__m256i*>(dst + k), _mm256_permute4x64_epi64(bytes, _MM_SHUFFLE(3, 1, 2, 0)));
-        }
+    for (; k + 16 <= n; k += 16) {
+        __m256i yy, uv, red, green, blue;
+        halfPairs(src + 4 * k, yy, uv);
+        halfChannels<out>(yy, uv, red, green, blue);
+        // The saturating packs clamp as finish does.
+        const __m256i rg = _mm256_packus_epi16(red, green);
+        const __m256i bb = _mm256_packus_epi16(blue, blue);
+        const __m256i h
+            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(head)), _mm256_shuffle_epi8(bb, loadMask(headBlue)));
+        const __m256i t
+            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(tail)), _mm256_shuffle_epi8(bb, loadMask(tailBlue)));
+        storeTwentyFourPerLane(dst + 3 * k, h, t);
     }
     return k;
 }
 
 // Steps of 4 bytes (ratio 2) and 8 (ratio 4) load; any other steps gather,
-// including the odd ratios' reads from the middle of a macro-pixel.
+// including the odd ratios' reads from the middle of a macro-pixel. A single
+// plane stays in 32-bit lanes at a step of 4 as well: read straight from the
+// source words it needs no byte pairs, which the three channels share and
+// one would not repay.
 template <Output out>
 FRAMEHUB_AVX2 void downscaleRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
 {
-    const Size k = step == 4    ? halfBlocks<out>(src, dst, n)
-        : step == 8             ? downscaleBlocks<out, FETCH_EVERY_OTHER>(src, dst, n, step)
-        : step <= maxGatherStep ? downscaleBlocks<out, FETCH_GATHER>(src, dst, n, step)
-                                : 0;
+    Size k = 0;
+    if (step == 4) {
+        if constexpr (bytesPerPixel(out) == 3)
+            k = halfBlocks<out>(src, dst, n);
+        else
+            k = downscaleBlocks<out, FETCH_ADJACENT>(src, dst, n, step);
+    } else if (step == 8)
+        k = downscaleBlocks<out, FETCH_EVERY_OTHER>(src, dst, n, step);
+    else if (step <= maxGatherStep)
+        k = downscaleBlocks<out, FETCH_GATHER>(src, dst, n, step);
     downscaleRow<out>(src + step * k, dst + bytesPerPixel(out) * k, n - k, step);
 }
 
@@ -374,30 +363,17 @@ FRAMEHUB_AVX512 inline void halfPairsAvx512(const uint8_t* src, __m256i& yy, __m
 template <Output out>
 FRAMEHUB_AVX512 Size halfBlocksAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
 {
+    static constexpr ByteMask head = layoutIndex(0, out == OUT_BGR), tail = layoutIndex(1, out == OUT_BGR);
     Size k = 0;
-    if constexpr (bytesPerPixel(out) == 3) {
-        static constexpr ByteMask head = layoutIndex(0, out == OUT_BGR), tail = layoutIndex(1, out == OUT_BGR);
-        for (; k + 16 <= n; k += 16) {
-            __m256i yy, uv, red, green, blue;
-            halfPairsAvx512(src + 4 * k, yy, uv);
-            halfChannels<out>(yy, uv, red, green, blue);
-            const __m256i rg = _mm256_packus_epi16(red, green);
-            const __m256i bb = _mm256_packus_epi16(blue, blue);
-            _mm256_storeu_si256(
-                reinterpret_cast<__m256i*>(dst + 3 * k), _mm256_permutex2var_epi8(rg, loadMask(head), bb));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 3 * k + 32),
-                _mm256_castsi256_si128(_mm256_permutex2var_epi8(rg, loadMask(tail), bb)));
-        }
-    } else {
-        for (; k + 32 <= n; k += 32) {
-            __m256i yy, uv;
-            halfPairsAvx512(src + 4 * k, yy, uv);
-            const __m256i first = halfChannel<out>(yy, uv);
-            halfPairsAvx512(src + 4 * k + 64, yy, uv);
-            const __m256i bytes = _mm256_packus_epi16(first, halfChannel<out>(yy, uv));
-            _mm256_storeu_si256(
-                reinterpret_cast<__m256i*>(dst + k), _mm256_permute4x64_epi64(bytes, _MM_SHUFFLE(3, 1, 2, 0)));
-        }
+    for (; k + 16 <= n; k += 16) {
+        __m256i yy, uv, red, green, blue;
+        halfPairsAvx512(src + 4 * k, yy, uv);
+        halfChannels<out>(yy, uv, red, green, blue);
+        const __m256i rg = _mm256_packus_epi16(red, green);
+        const __m256i bb = _mm256_packus_epi16(blue, blue);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 3 * k), _mm256_permutex2var_epi8(rg, loadMask(head), bb));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 3 * k + 32),
+            _mm256_castsi256_si128(_mm256_permutex2var_epi8(rg, loadMask(tail), bb)));
     }
     return k;
 }
@@ -405,12 +381,14 @@ FRAMEHUB_AVX512 Size halfBlocksAvx512(const uint8_t* __restrict src, uint8_t* __
 template <Output out>
 FRAMEHUB_AVX512 void downscaleRowAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
 {
-    if (step != 4) {
-        downscaleRowAvx2<out>(src, dst, n, step);
-        return;
+    if constexpr (bytesPerPixel(out) == 3) {
+        if (step == 4) {
+            const Size k = halfBlocksAvx512<out>(src, dst, n);
+            downscaleRow<out>(src + 4 * k, dst + 3 * k, n - k, step);
+            return;
+        }
     }
-    const Size k = halfBlocksAvx512<out>(src, dst, n);
-    downscaleRow<out>(src + 4 * k, dst + bytesPerPixel(out) * k, n - k, step);
+    downscaleRowAvx2<out>(src, dst, n, step);
 }
 
 // Four pixels per lane from source words first and first + 1: each pixel's
