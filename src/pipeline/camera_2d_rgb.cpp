@@ -229,10 +229,13 @@ FRAMEHUB_AVX2 inline void halfChannels(__m256i yy, __m256i uv, __m256i& red, __m
     const __m256i sum = _mm256_maddubs_epi16(yy, bytePair(1, 1)); // Y0 + Y1
     __m256i luma, part;
     if constexpr (out == OUT_RGB) {
-        // trunc((sum - 32) / 2) + 16: below 32 the halving rounds up.
-        const __m256i dark = _mm256_cmpgt_epi16(_mm256_set1_epi16(2 * kLumaBlack), sum);
-        luma = _mm256_srli_epi16(_mm256_sub_epi16(sum, dark), 1);
-        part = _mm256_maddubs_epi16(luma, bytePair(kLumaPart, 0));
+        // trunc((sum - 32) / 2) + 16: below 32 the halving rounds up. The
+        // average with all ones (at 32 and above) halves down and sets the
+        // top bit, which only the low byte, all that is needed, escapes.
+        const __m256i bright = _mm256_cmpgt_epi16(sum, _mm256_set1_epi16(2 * kLumaBlack - 1));
+        const __m256i halved = _mm256_avg_epu16(sum, bright);
+        luma = _mm256_and_si256(halved, _mm256_set1_epi16(0xFF));
+        part = _mm256_maddubs_epi16(halved, bytePair(kLumaPart, 0));
     } else {
         // 149 sum - 256 (sum >> 1) = 42 (sum >> 1) + 149 (sum & 1), modulo 2^16.
         luma = _mm256_srli_epi16(sum, 1);
