@@ -286,26 +286,42 @@ constexpr ByteMask halfMask(bool fromBlue, bool tail, bool bgr)
     return m;
 }
 
-template <Output out> FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
+template <Output out> FRAMEHUB_AVX2 inline void halfStore(uint8_t* dst, __m256i yy, __m256i uv)
 {
     constexpr bool bgr = out == OUT_BGR;
     static constexpr ByteMask head = halfMask(false, false, bgr), tail = halfMask(false, true, bgr),
                               headBlue = halfMask(true, false, bgr), tailBlue = halfMask(true, true, bgr);
-    Size k = 0;
-    for (; k + 16 <= n; k += 16) {
-        __m256i yy, uv, red, green, blue;
-        halfPairs(src + 4 * k, yy, uv);
-        halfChannels<out>(yy, uv, red, green, blue);
-        // The saturating packs clamp as finish does.
-        const __m256i rg = _mm256_packus_epi16(red, green);
-        const __m256i bb = _mm256_packus_epi16(blue, blue);
-        const __m256i h
-            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(head)), _mm256_shuffle_epi8(bb, loadMask(headBlue)));
-        const __m256i t
-            = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(tail)), _mm256_shuffle_epi8(bb, loadMask(tailBlue)));
-        storeTwentyFourPerLane(dst + 3 * k, h, t);
+    __m256i red, green, blue;
+    halfChannels<out>(yy, uv, red, green, blue);
+    // The saturating packs clamp as finish does.
+    const __m256i rg = _mm256_packus_epi16(red, green);
+    const __m256i bb = _mm256_packus_epi16(blue, blue);
+    const __m256i h
+        = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(head)), _mm256_shuffle_epi8(bb, loadMask(headBlue)));
+    const __m256i t
+        = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(tail)), _mm256_shuffle_epi8(bb, loadMask(tailBlue)));
+    storeTwentyFourPerLane(dst, h, t);
+}
+
+// Each block's byte pairs are gathered two blocks ahead: that takes the
+// loads and shuffles off the chain the arithmetic waits on.
+template <Output out> FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
+{
+    const Size blocks = n / 16;
+    __m256i yy = _mm256_setzero_si256(), uv = yy, nextYy = yy, nextUv = yy;
+    if (blocks > 0)
+        halfPairs(src, yy, uv);
+    if (blocks > 1)
+        halfPairs(src + 64, nextYy, nextUv);
+    for (Size b = 0; b < blocks; ++b) {
+        const __m256i blockYy = yy, blockUv = uv;
+        yy = nextYy;
+        uv = nextUv;
+        if (b + 2 < blocks)
+            halfPairs(src + 64 * (b + 2), nextYy, nextUv);
+        halfStore<out>(dst + 48 * b, blockYy, blockUv);
     }
-    return k;
+    return 16 * blocks;
 }
 
 // Steps of 4 bytes (ratio 2) and 8 (ratio 4) load; any other steps gather,
@@ -363,22 +379,38 @@ FRAMEHUB_AVX512 inline void halfPairsAvx512(const uint8_t* src, __m256i& yy, __m
     uv = _mm256_xor_si256(_mm256_permutex2var_epi8(a, loadMask(chroma), b), _mm256_set1_epi8(-128));
 }
 
+template <Output out> FRAMEHUB_AVX512 inline void halfStoreAvx512(uint8_t* dst, __m256i yy, __m256i uv)
+{
+    static constexpr ByteMask head = layoutIndex(0, out == OUT_BGR), tail = layoutIndex(1, out == OUT_BGR);
+    __m256i red, green, blue;
+    halfChannels<out>(yy, uv, red, green, blue);
+    const __m256i rg = _mm256_packus_epi16(red, green);
+    const __m256i bb = _mm256_packus_epi16(blue, blue);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), _mm256_permutex2var_epi8(rg, loadMask(head), bb));
+    _mm_storeu_si128(
+        reinterpret_cast<__m128i*>(dst + 32), _mm256_castsi256_si128(_mm256_permutex2var_epi8(rg, loadMask(tail), bb)));
+}
+
+// Each block's byte pairs are gathered two blocks ahead: that takes the
+// loads and permutes off the chain the arithmetic waits on.
 template <Output out>
 FRAMEHUB_AVX512 Size halfBlocksAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
 {
-    static constexpr ByteMask head = layoutIndex(0, out == OUT_BGR), tail = layoutIndex(1, out == OUT_BGR);
-    Size k = 0;
-    for (; k + 16 <= n; k += 16) {
-        __m256i yy, uv, red, green, blue;
-        halfPairsAvx512(src + 4 * k, yy, uv);
-        halfChannels<out>(yy, uv, red, green, blue);
-        const __m256i rg = _mm256_packus_epi16(red, green);
-        const __m256i bb = _mm256_packus_epi16(blue, blue);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 3 * k), _mm256_permutex2var_epi8(rg, loadMask(head), bb));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 3 * k + 32),
-            _mm256_castsi256_si128(_mm256_permutex2var_epi8(rg, loadMask(tail), bb)));
+    const Size blocks = n / 16;
+    __m256i yy = _mm256_setzero_si256(), uv = yy, nextYy = yy, nextUv = yy;
+    if (blocks > 0)
+        halfPairsAvx512(src, yy, uv);
+    if (blocks > 1)
+        halfPairsAvx512(src + 64, nextYy, nextUv);
+    for (Size b = 0; b < blocks; ++b) {
+        const __m256i blockYy = yy, blockUv = uv;
+        yy = nextYy;
+        uv = nextUv;
+        if (b + 2 < blocks)
+            halfPairsAvx512(src + 64 * (b + 2), nextYy, nextUv);
+        halfStoreAvx512<out>(dst + 48 * b, blockYy, blockUv);
     }
-    return k;
+    return 16 * blocks;
 }
 
 template <Output out>
