@@ -315,6 +315,9 @@ TEST(Camera2DTest, VectorPathsMatchScalarPaths)
         { 1000, 9, 500, 4 },
         { 1002, 9, 501, 4 },
         { 118, 13, 34, 3 },
+        { 32, 3, 16, 1 },
+        { 34, 5, 17, 2 },
+        { 80, 5, 40, 2 },
     };
     LogCapture quiet(1);
     for (const auto& size : sizes) {
@@ -347,8 +350,8 @@ TEST(Camera2DTest, VectorHueAndSaturationAreExactForAllInputs)
     }
 }
 
-// Half size: every chroma pair with luma sums at the edges of the 16-bit
-// sums (dark sums that halve upward, odd and even, the extremes), one
+// Half size: every chroma pair with the luma sums where the rounding turns
+// (below 32 the halving rounds up), odd and even, and the extremes; one
 // destination pixel a macro-pixel, on every path.
 TEST(Camera2DTest, HalfSizeColorIsExactForEveryChroma)
 {
