@@ -315,6 +315,9 @@ TEST(Camera2DTest, VectorPathsMatchScalarPaths)
         { 1000, 9, 500, 4 },
         { 1002, 9, 501, 4 },
         { 118, 13, 34, 3 },
+        { 32, 3, 16, 1 },
+        { 34, 5, 17, 2 },
+        { 80, 5, 40, 2 },
     };
     LogCapture quiet(1);
     for (const auto& size : sizes) {
@@ -344,6 +347,30 @@ TEST(Camera2DTest, VectorHueAndSaturationAreExactForAllInputs)
     for (ColorSpace target : { COLORSPACE_S_8, COLORSPACE_H_8, COLORSPACE_HSY_888, COLORSPACE_H2RGB_888 }) {
         const BothPaths out = convertBothWays(src, target, 512, 32768);
         ASSERT_EQ(out.vector.size(), 512u * 32768u * getColorSpaceDepth(target));
+        EXPECT_TRUE(out.vector == out.scalar && out.avx2 == out.scalar) << getColorSpaceName(target);
+    }
+}
+
+// Half size: every chroma pair with the luma sums where the rounding turns
+// (below 32 the halving rounds up), odd and even, and the extremes; one
+// destination pixel a macro-pixel, on every path.
+TEST(Camera2DTest, HalfSizeColorIsExactForEveryChroma)
+{
+    if (!(simd::setEnabled(true), simd::enabled()))
+        GTEST_SKIP() << "no vector paths on this CPU";
+    const int sums[16] = { 0, 1, 29, 30, 31, 32, 33, 34, 100, 101, 254, 255, 256, 479, 509, 510 };
+    const uint64_t w = 512, h = 2048;
+    const Buffer src = source(2 * w, 2 * h, [&sums](size_t i) {
+        const size_t row = i / (4 * w), q = row / 2 * w + i % (4 * w) / 4;
+        const int sum = sums[q >> 16 & 15];
+        const uint8_t bytes[4] = { static_cast<uint8_t>(sum / 2), static_cast<uint8_t>(q),
+            static_cast<uint8_t>(sum - sum / 2), static_cast<uint8_t>(q >> 8) };
+        return bytes[i % 4];
+    });
+    for (ColorSpace target :
+        { COLORSPACE_RGB_888, COLORSPACE_BGR_888, COLORSPACE_R_8, COLORSPACE_G_8, COLORSPACE_B_8 }) {
+        const BothPaths out = convertBothWays(src, target, w, h);
+        ASSERT_FALSE(out.scalar.empty());
         EXPECT_TRUE(out.vector == out.scalar && out.avx2 == out.scalar) << getColorSpaceName(target);
     }
 }

@@ -190,16 +190,240 @@ FRAMEHUB_AVX2 Size downscaleBlocks(const uint8_t* __restrict src, uint8_t* __res
     return k;
 }
 
+// A width ratio of 2 in 16-bit lanes, sixteen pixels an operation. The
+// products have 8 fractional bits; whole multiples of 256 are taken out of
+// each sum before the shift and added after it, so that what is left fits 16
+// bits and the arithmetic shift still floors exactly: 298 h = 256 h + 42 h,
+// 409 v = 256 v + 153 v, -100 u - 208 v = -256 (u + v) + 156 u + 48 v and
+// 516 u = 512 u + 4 u. Checked for every input against downscaleRow.
+constexpr int32_t kWhole = 1 << kFractionBits;
+constexpr int32_t kLumaPart = kLumaGain - kWhole; // 42
+constexpr int32_t kRedPart = kRedFromV - kWhole; // 153
+constexpr int32_t kGreenPartU = kGreenFromU + kWhole; // 156
+constexpr int32_t kGreenPartV = kGreenFromV + kWhole; // 48
+constexpr int32_t kBluePart = kBlueFromU - 2 * kWhole; // 4
+// The luma enters as h + 16 (0 to 255), and the sums take out 16 whole
+// units more, given back by adding h + 16 rather than h: that keeps the
+// green sum within int16.
+constexpr int32_t kPartBias = -kLumaPart * kLumaBlack - kLumaBlack * kWhole;
+
+// A constant the compiler cannot see through: it would turn one multiply
+// into five shifts and adds.
+FRAMEHUB_AVX2 inline __m256i opaque(__m256i v)
+{
+    __asm__("" : "+x"(v));
+    return v;
+}
+
+// Multiply-add factors for the byte pairs of every 16-bit lane.
+FRAMEHUB_AVX2 inline __m256i bytePair(int low, int high)
+{
+    return _mm256_set1_epi16(static_cast<int16_t>((high & 0xFF) << 8 | (low & 0xFF)));
+}
+
+// Sixteen pixels from their lumas (Y0, Y1 in the byte pairs of yy) and
+// chroma (U - 128, V - 128 in those of uv), not yet clamped.
+template <Output out>
+FRAMEHUB_AVX2 inline void halfChannels(__m256i yy, __m256i uv, __m256i& red, __m256i& green, __m256i& blue)
+{
+    const __m256i sum = _mm256_maddubs_epi16(yy, bytePair(1, 1)); // Y0 + Y1
+    __m256i luma, part;
+    if constexpr (out == OUT_RGB) {
+        // trunc((sum - 32) / 2) + 16: below 32 the halving rounds up. The
+        // average with all ones (at 32 and above) halves down and sets the
+        // top bit, which only the low byte, all that is needed, escapes.
+        const __m256i bright = _mm256_cmpgt_epi16(sum, _mm256_set1_epi16(2 * kLumaBlack - 1));
+        const __m256i halved = _mm256_avg_epu16(sum, bright);
+        luma = _mm256_and_si256(halved, _mm256_set1_epi16(0xFF));
+        part = _mm256_maddubs_epi16(halved, bytePair(kLumaPart, 0));
+    } else {
+        // 149 sum - 256 (sum >> 1) = 42 (sum >> 1) + 149 (sum & 1), modulo 2^16.
+        luma = _mm256_srli_epi16(sum, 1);
+        part = _mm256_sub_epi16(
+            _mm256_mullo_epi16(sum, opaque(_mm256_set1_epi16(kHalfLumaGain))), _mm256_slli_epi16(luma, kFractionBits));
+    }
+    part = _mm256_add_epi16(part, _mm256_set1_epi16(kPartBias));
+    // Coefficients unsigned, chroma signed: maddubs takes them in that order.
+    const __m256i r = _mm256_add_epi16(part, _mm256_maddubs_epi16(bytePair(0, kRedPart), uv));
+    const __m256i g = _mm256_add_epi16(part, _mm256_maddubs_epi16(bytePair(kGreenPartU, kGreenPartV), uv));
+    const __m256i b = _mm256_add_epi16(part, _mm256_maddubs_epi16(bytePair(kBluePart, 0), uv));
+    const __m256i v = _mm256_maddubs_epi16(bytePair(0, 1), uv);
+    const __m256i uPlusV = _mm256_maddubs_epi16(bytePair(1, 1), uv);
+    const __m256i twoU = _mm256_maddubs_epi16(bytePair(2, 0), uv);
+    red = _mm256_add_epi16(_mm256_add_epi16(luma, v), _mm256_srai_epi16(r, kFractionBits));
+    green = _mm256_add_epi16(_mm256_sub_epi16(luma, uPlusV), _mm256_srai_epi16(g, kFractionBits));
+    blue = _mm256_add_epi16(_mm256_add_epi16(luma, twoU), _mm256_srai_epi16(b, kFractionBits));
+}
+
+// Sixteen macro-pixels from 64 bytes as byte pairs: lumas in yy, chroma
+// less 128 in uv; lane 0 pixels 0-7, lane 1 pixels 8-15, so that each lane
+// fills a contiguous run of the destination.
+FRAMEHUB_AVX2 inline void halfPairs(const uint8_t* src, __m256i& yy, __m256i& uv)
+{
+    const auto at = [src](int offset) { return reinterpret_cast<const __m128i*>(src + offset); };
+    const __m256i a = _mm256_loadu2_m128i(at(32), at(0)); // pixels 0-3, 8-11
+    const __m256i b = _mm256_loadu2_m128i(at(48), at(16)); // pixels 4-7, 12-15
+    const __m256i split = _mm256_setr_epi8(
+        0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15, 0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
+    const __m256i sa = _mm256_shuffle_epi8(a, split), sb = _mm256_shuffle_epi8(b, split);
+    yy = _mm256_unpacklo_epi64(sa, sb);
+    uv = _mm256_xor_si256(_mm256_unpackhi_epi64(sa, sb), _mm256_set1_epi8(-128));
+}
+
+// Output bytes 0-15 (head) or 16-23 (tail) of each lane's eight pixels, from
+// rg (reds then greens) or from bb (blues).
+constexpr ByteMask halfMask(bool fromBlue, bool tail, bool bgr)
+{
+    ByteMask m {};
+    for (int i = 0; i < 32; ++i)
+        m.b[i] = -1;
+    for (int lane = 0; lane < 2; ++lane)
+        for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
+            const int pixel = o / 3, channel = bgr ? 2 - o % 3 : o % 3;
+            if ((channel == 2) == fromBlue)
+                m.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(channel == 1 ? 8 + pixel : pixel);
+        }
+    return m;
+}
+
+template <Output out> FRAMEHUB_AVX2 inline void halfStore(uint8_t* dst, __m256i yy, __m256i uv)
+{
+    constexpr bool bgr = out == OUT_BGR;
+    static constexpr ByteMask head = halfMask(false, false, bgr), tail = halfMask(false, true, bgr),
+                              headBlue = halfMask(true, false, bgr), tailBlue = halfMask(true, true, bgr);
+    __m256i red, green, blue;
+    halfChannels<out>(yy, uv, red, green, blue);
+    // The saturating packs clamp as finish does.
+    const __m256i rg = _mm256_packus_epi16(red, green);
+    const __m256i bb = _mm256_packus_epi16(blue, blue);
+    const __m256i h
+        = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(head)), _mm256_shuffle_epi8(bb, loadMask(headBlue)));
+    const __m256i t
+        = _mm256_or_si256(_mm256_shuffle_epi8(rg, loadMask(tail)), _mm256_shuffle_epi8(bb, loadMask(tailBlue)));
+    storeTwentyFourPerLane(dst, h, t);
+}
+
+// Each block's byte pairs are gathered two blocks ahead: that takes the
+// loads and shuffles off the chain the arithmetic waits on.
+template <Output out> FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
+{
+    const Size blocks = n / 16;
+    __m256i yy = _mm256_setzero_si256(), uv = yy, nextYy = yy, nextUv = yy;
+    if (blocks > 0)
+        halfPairs(src, yy, uv);
+    if (blocks > 1)
+        halfPairs(src + 64, nextYy, nextUv);
+    for (Size b = 0; b < blocks; ++b) {
+        const __m256i blockYy = yy, blockUv = uv;
+        yy = nextYy;
+        uv = nextUv;
+        if (b + 2 < blocks)
+            halfPairs(src + 64 * (b + 2), nextYy, nextUv);
+        halfStore<out>(dst + 48 * b, blockYy, blockUv);
+    }
+    return 16 * blocks;
+}
+
 // Steps of 4 bytes (ratio 2) and 8 (ratio 4) load; any other steps gather,
-// including the odd ratios' reads from the middle of a macro-pixel.
+// including the odd ratios' reads from the middle of a macro-pixel. A single
+// plane stays in 32-bit lanes at a step of 4 as well: read straight from the
+// source words it needs no byte pairs, which the three channels share and
+// one would not repay.
 template <Output out>
 FRAMEHUB_AVX2 void downscaleRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
 {
-    const Size k = step == 4    ? downscaleBlocks<out, FETCH_ADJACENT>(src, dst, n, step)
-        : step == 8             ? downscaleBlocks<out, FETCH_EVERY_OTHER>(src, dst, n, step)
-        : step <= maxGatherStep ? downscaleBlocks<out, FETCH_GATHER>(src, dst, n, step)
-                                : 0;
+    Size k = 0;
+    if (step == 4) {
+        if constexpr (bytesPerPixel(out) == 3)
+            k = halfBlocks<out>(src, dst, n);
+        else
+            k = downscaleBlocks<out, FETCH_ADJACENT>(src, dst, n, step);
+    } else if (step == 8)
+        k = downscaleBlocks<out, FETCH_EVERY_OTHER>(src, dst, n, step);
+    else if (step <= maxGatherStep)
+        k = downscaleBlocks<out, FETCH_GATHER>(src, dst, n, step);
     downscaleRow<out>(src + step * k, dst + bytesPerPixel(out) * k, n - k, step);
+}
+
+// Byte permutes across both registers: the pairs straight from two plain
+// loads, and the 48 bytes straight from the packed channels.
+constexpr ByteMask pairsIndex(int first)
+{
+    ByteMask m {};
+    for (int p = 0; p < 16; ++p) {
+        m.b[2 * p] = static_cast<int8_t>(4 * p + first);
+        m.b[2 * p + 1] = static_cast<int8_t>(4 * p + first + 2);
+    }
+    return m;
+}
+
+// Output bytes 32 part to 32 part + 31 from rg (reds, greens: pixels 0-7 in
+// lane 0, 8-15 in lane 1) and bb (index 32 on, blues the same way).
+constexpr ByteMask layoutIndex(int part, bool bgr)
+{
+    ByteMask m {};
+    for (int i = 0; i < 32; ++i) {
+        const int o = 32 * part + i, pixel = o / 3 % 16, channel = bgr ? 2 - o % 3 : o % 3;
+        const int at = pixel % 8 + 16 * (pixel / 8);
+        m.b[i] = static_cast<int8_t>(channel == 0 ? at : channel == 1 ? at + 8 : 32 + at);
+    }
+    return m;
+}
+
+FRAMEHUB_AVX512 inline void halfPairsAvx512(const uint8_t* src, __m256i& yy, __m256i& uv)
+{
+    static constexpr ByteMask lumas = pairsIndex(0), chroma = pairsIndex(1);
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 32));
+    yy = _mm256_permutex2var_epi8(a, loadMask(lumas), b);
+    uv = _mm256_xor_si256(_mm256_permutex2var_epi8(a, loadMask(chroma), b), _mm256_set1_epi8(-128));
+}
+
+template <Output out> FRAMEHUB_AVX512 inline void halfStoreAvx512(uint8_t* dst, __m256i yy, __m256i uv)
+{
+    static constexpr ByteMask head = layoutIndex(0, out == OUT_BGR), tail = layoutIndex(1, out == OUT_BGR);
+    __m256i red, green, blue;
+    halfChannels<out>(yy, uv, red, green, blue);
+    const __m256i rg = _mm256_packus_epi16(red, green);
+    const __m256i bb = _mm256_packus_epi16(blue, blue);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), _mm256_permutex2var_epi8(rg, loadMask(head), bb));
+    _mm_storeu_si128(
+        reinterpret_cast<__m128i*>(dst + 32), _mm256_castsi256_si128(_mm256_permutex2var_epi8(rg, loadMask(tail), bb)));
+}
+
+// Each block's byte pairs are gathered two blocks ahead: that takes the
+// loads and permutes off the chain the arithmetic waits on.
+template <Output out>
+FRAMEHUB_AVX512 Size halfBlocksAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
+{
+    const Size blocks = n / 16;
+    __m256i yy = _mm256_setzero_si256(), uv = yy, nextYy = yy, nextUv = yy;
+    if (blocks > 0)
+        halfPairsAvx512(src, yy, uv);
+    if (blocks > 1)
+        halfPairsAvx512(src + 64, nextYy, nextUv);
+    for (Size b = 0; b < blocks; ++b) {
+        const __m256i blockYy = yy, blockUv = uv;
+        yy = nextYy;
+        uv = nextUv;
+        if (b + 2 < blocks)
+            halfPairsAvx512(src + 64 * (b + 2), nextYy, nextUv);
+        halfStoreAvx512<out>(dst + 48 * b, blockYy, blockUv);
+    }
+    return 16 * blocks;
+}
+
+template <Output out>
+FRAMEHUB_AVX512 void downscaleRowAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
+{
+    if constexpr (bytesPerPixel(out) == 3) {
+        if (step == 4) {
+            const Size k = halfBlocksAvx512<out>(src, dst, n);
+            downscaleRow<out>(src + 4 * k, dst + 3 * k, n - k, step);
+            return;
+        }
+    }
+    downscaleRowAvx2<out>(src, dst, n, step);
 }
 
 // Four pixels per lane from source words first and first + 1: each pixel's
@@ -439,7 +663,7 @@ template <Output out> void downscalePlane(ImageBuffer& source, ImageBuffer& dest
     uint8_t* dst = destination.getData();
     const Size rowBytes = bytesPerPixel(out) * size.width;
     const Size pixels = r == 0 ? 0 : size.width;
-    const auto row = FRAMEHUB_FASTEST(&downscaleRowAvx2<out>, &downscaleRow<out>);
+    const auto row = FRAMEHUB_FASTEST3(&downscaleRowAvx512<out>, &downscaleRowAvx2<out>, &downscaleRow<out>);
     for (Size j = 0; j < size.height; ++j)
         row(src + j * 2 * W * r, dst + j * rowBytes, pixels, 2 * r);
 }
