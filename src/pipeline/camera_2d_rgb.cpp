@@ -416,9 +416,12 @@ FRAMEHUB_AVX512 void wideRowAvx512(const uint8_t* __restrict src, uint8_t* __res
     const __m512i redBias = _mm512_set1_epi32(kNarrowRedBias), blueBias = _mm512_set1_epi32(kNarrowBlueBias);
     const __m512i greenBias = _mm512_set1_epi32(kWideRoundingHalf - (kWideGreenFromU + kWideGreenFromV) * kChromaZero);
     const __m512i lumaGain = _mm512_set1_epi32(kWideLumaGain);
-    Size i = 0;
-    for (; i + 16 <= pairs; i += 16) {
-        const __m512i m = _mm512_loadu_si512(src + 4 * i);
+    // The six 32-bit sums of a block: red, blue and green, even and odd.
+    struct Sums {
+        __m512i redEven, redOdd, blueEven, blueOdd, greenEven, greenOdd;
+    };
+    const auto sums = [&](const uint8_t* from) FRAMEHUB_AVX512 {
+        const __m512i m = _mm512_loadu_si512(from);
         const __m512i lumas = _mm512_subs_epu8(m, black); // max(0, Y - 16), U and V kept
         const __m512i scaledLumas = _mm512_maddubs_epi16(lumas, lumaScale);
         const __m512i scaledChroma = _mm512_maddubs_epi16(m, chromaScale);
@@ -429,19 +432,34 @@ FRAMEHUB_AVX512 void wideRowAvx512(const uint8_t* __restrict src, uint8_t* __res
         // The even sums add, the odd ones multiply-add: fewer operations
         // than either alone without loading the multipliers further.
         const __m512i even = _mm512_madd_epi16(scaledLumas, evenGain);
-        const __m512i red
-            = _mm512_permutex2var_epi16(_mm512_add_epi32(even, r), highs, _mm512_dpwssd_epi32(r, scaledLumas, oddGain));
-        const __m512i blue
-            = _mm512_permutex2var_epi16(_mm512_add_epi32(even, b), highs, _mm512_dpwssd_epi32(b, scaledLumas, oddGain));
         const __m512i evenWide = _mm512_mullo_epi32(_mm512_and_si512(lumas, lowByte), lumaGain);
         const __m512i oddWide = _mm512_mullo_epi32(_mm512_srli_epi32(scaledLumas, 18), lumaGain); // 4 Y1 / 4
-        const __m512i green = _mm512_srai_epi16(
-            _mm512_permutex2var_epi16(_mm512_add_epi32(evenWide, g), highs, _mm512_add_epi32(oddWide, g)),
-            kWideFractionBits - 16);
+        return Sums { _mm512_add_epi32(even, r), _mm512_dpwssd_epi32(r, scaledLumas, oddGain),
+            _mm512_add_epi32(even, b), _mm512_dpwssd_epi32(b, scaledLumas, oddGain), _mm512_add_epi32(evenWide, g),
+            _mm512_add_epi32(oddWide, g) };
+    };
+    const auto write = [&](uint8_t* to, const Sums& s) FRAMEHUB_AVX512 {
+        const __m512i red = _mm512_permutex2var_epi16(s.redEven, highs, s.redOdd);
+        const __m512i blue = _mm512_permutex2var_epi16(s.blueEven, highs, s.blueOdd);
+        const __m512i green
+            = _mm512_srai_epi16(_mm512_permutex2var_epi16(s.greenEven, highs, s.greenOdd), kWideFractionBits - 16);
         const __m512i rg = _mm512_packus_epi16(red, green), bb = _mm512_packus_epi16(blue, blue);
-        _mm512_storeu_si512(dst + 6 * i, _mm512_permutex2var_epi8(rg, head, bb));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 6 * i + 64),
-            _mm512_castsi512_si256(_mm512_permutex2var_epi8(rg, tail, bb)));
+        _mm512_storeu_si512(to, _mm512_permutex2var_epi8(rg, head, bb));
+        _mm256_storeu_si256(
+            reinterpret_cast<__m256i*>(to + 64), _mm512_castsi512_si256(_mm512_permutex2var_epi8(rg, tail, bb)));
+    };
+    // One block's sums are computed while the one before is written: the
+    // chain from load to store is too long for the out-of-order window to
+    // overlap two blocks on its own.
+    Size i = 0;
+    if (pairs >= 16) {
+        Sums ready = sums(src);
+        for (i = 16; i + 16 <= pairs; i += 16) {
+            const Sums next = sums(src + 4 * i);
+            write(dst + 6 * (i - 16), ready);
+            ready = next;
+        }
+        write(dst + 6 * (i - 16), ready);
     }
     wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
 }
