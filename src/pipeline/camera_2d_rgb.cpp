@@ -372,10 +372,10 @@ constexpr WordPick highHalves()
 }
 
 // Red and blue give the same bytes with 16 fractional bits, a luma gain of
-// 76284 and the chroma gains and biases below (found by a search over all
-// gains and biases, checked by the exhaustive test): the high half of their
-// 32-bit sum is then the unclamped byte. Green needs all 20 bits and the
-// exact gains. The factors are 16-bit halves of those gains, for
+// 76284 and the chroma gains and biases below (found by searching near the
+// exact gains over 16; the exhaustive test checks them): the high half of
+// their 32-bit sum is then the unclamped byte. Green needs all 20 bits and
+// the exact gains. The factors are 16-bit parts of those gains, for
 // multiply-adds on lumas times 4 and on U times 12 and V times 57.
 constexpr int32_t kLumaScale = 4, kScaleU = 12, kScaleV = 57;
 constexpr int16_t kNarrowLumaGain = 19071;
