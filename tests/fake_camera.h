@@ -57,6 +57,15 @@ public:
     const BufferRing& raw() const { return _rawBuffers; }
     const BufferRing& converted() const { return _buffers; }
     size_t preferenceCount() const { return _preferences.size(); }
+    // No buffer of either ring still holds a count.
+    bool unlocked() const
+    {
+        for (const BufferRing* ring : { &_rawBuffers, &_buffers })
+            for (const auto& b : *ring)
+                if (b->lockCount != 0)
+                    return false;
+        return true;
+    }
     std::vector<boost::shared_ptr<CameraPreferences>> preferencesInSetOrder() const
     {
         return std::vector<boost::shared_ptr<CameraPreferences>>(_preferences.begin(), _preferences.end());

@@ -63,20 +63,6 @@ boost::shared_ptr<CameraSimulator3D> make3D(const Resolution& size)
     return camera;
 }
 
-TEST(Simulator3D, ModelAndColourSpaces)
-{
-    auto camera = make3D(Resolution(80, 60));
-    EXPECT_EQ(camera->getModel(), "Simulator3D");
-    EXPECT_TRUE(camera->isColorSpaceValid(COLORSPACE_INFRARED_16));
-    EXPECT_TRUE(camera->isExtraColorSpace(COLORSPACE_INFRARED_16));
-    EXPECT_FALSE(camera->isExtraColorSpace(COLORSPACE_DEPTH_16));
-    EXPECT_TRUE(camera->isColorSpaceValid(COLORSPACE_DISTANCE_32));
-    EXPECT_FALSE(camera->isColorSpaceValid(COLORSPACE_YUV_422));
-    CameraPreferences expected = camera->getExpectedImageParameters();
-    EXPECT_EQ(expected.getColorSpace(), COLORSPACE_DEPTH_16); // the camera's own, unlike 2D
-    EXPECT_EQ(expected.getResolution(), Resolution(80, 60));
-}
-
 TEST(Simulator3D, StoresAreIndependent)
 {
     ManualClock clock;
@@ -115,7 +101,7 @@ TEST(Simulator3D, StoresAreIndependent)
         EXPECT_EQ(r.function, "_getExtraColorSpaceBuffer");
 }
 
-TEST(Simulator3D, Refusals)
+TEST(Simulator3D, ModelColourSpacesAndRefusals)
 {
     LogCapture log;
     auto camera = boost::dynamic_pointer_cast<CameraSimulator3D>(CameraBuilder(info3D()).getCamera());
@@ -129,6 +115,15 @@ TEST(Simulator3D, Refusals)
     EXPECT_FALSE(camera->putImage(Resolution(0, 60), COLORSPACE_DEPTH_16, s.data()));
     Samples big = ramp(320, 240, 0);
     EXPECT_FALSE(camera->putImage(Resolution(320, 120), COLORSPACE_DEPTH_16, big.data())); // fx 4, fy 2
+    EXPECT_EQ(camera->getModel(), "Simulator3D");
+    EXPECT_TRUE(camera->isColorSpaceValid(COLORSPACE_INFRARED_16));
+    EXPECT_TRUE(camera->isExtraColorSpace(COLORSPACE_INFRARED_16));
+    EXPECT_FALSE(camera->isExtraColorSpace(COLORSPACE_DEPTH_16));
+    EXPECT_TRUE(camera->isColorSpaceValid(COLORSPACE_DISTANCE_32));
+    EXPECT_FALSE(camera->isColorSpaceValid(COLORSPACE_YUV_422));
+    CameraPreferences expected = camera->getExpectedImageParameters();
+    EXPECT_EQ(expected.getColorSpace(), COLORSPACE_DEPTH_16); // the camera's own, unlike 2D
+    EXPECT_EQ(expected.getResolution(), Resolution(80, 60));
 }
 
 TEST(Simulator3D, ResamplingBothWays)
