@@ -177,22 +177,4 @@ TEST(CameraLifecycle, UpdateChoosesLargestSizeAndFastestRate)
     EXPECT_EQ(d.getResolution(), d.preferencesInSetOrder().front()->getResolution());
 }
 
-TEST(CameraLifecycle, KeepAliveOnAClosedCameraClosesAgainOnOpen)
-{
-    FakeCamera c;
-    c.open();
-    ASSERT_TRUE(c.setParameter(PARAMETER_KEEP_ALIVE, 1));
-    c.close();
-    // open() resets the software parameters, and clearing keep-alive with
-    // nobody attached closes the camera again.
-    EXPECT_TRUE(c.open());
-    EXPECT_FALSE(c.isOpen());
-    c.open();
-    c.setParameter(PARAMETER_KEEP_ALIVE, 1);
-    c.close();
-    EXPECT_TRUE(c.start());
-    EXPECT_TRUE(c.isStarted());
-    EXPECT_FALSE(c.isOpen());
-}
-
 } // namespace

@@ -114,19 +114,6 @@ TEST(CameraNegotiation, OpenFailureStillAttaches)
     EXPECT_EQ(c.preferenceCount(), 1u);
 }
 
-TEST(CameraNegotiation, KeepAliveKeepsTheLastLeaverOpen)
-{
-    FakeCamera c;
-    auto a = request(320, 240, 15);
-    c.addPreferences(a);
-    ASSERT_TRUE(c.setParameter(PARAMETER_KEEP_ALIVE, 1));
-    c.takeCalls();
-    EXPECT_TRUE(c.removePreferences(a));
-    EXPECT_TRUE(c.isOpen());
-    EXPECT_EQ(c.getResolution(), Resolution(160, 120));
-    EXPECT_EQ(c.count("setFrameRate 1"), 1);
-}
-
 TEST(CameraNegotiation, UpdateOperations)
 {
     LogCapture log;
@@ -178,7 +165,7 @@ TEST(CameraParameters, KeepAliveAndUnsupported)
     EXPECT_EQ(info(PARAMETER_KEEP_ALIVE), std::vector<int>({ 0, 1, 1, 0 }));
 }
 
-TEST(CameraParameters, KeepAliveOffClosesOnlyWhenNobodyIsLeft)
+TEST(CameraParameters, KeepAliveHoldsTheCameraOpenWhileNobodyIsAttached)
 {
     struct Row {
         bool subscriber;
@@ -203,6 +190,32 @@ TEST(CameraParameters, KeepAliveOffClosesOnlyWhenNobodyIsLeft)
     c.fail("resetDevice");
     EXPECT_FALSE(c.resetParameters());
     EXPECT_FALSE(c.isOpen());
+
+    // The last leaver leaves it open at the defaults and the slowest rate.
+    FakeCamera d;
+    auto a = request(320, 240, 15);
+    d.addPreferences(a);
+    ASSERT_TRUE(d.setParameter(PARAMETER_KEEP_ALIVE, 1));
+    d.takeCalls();
+    EXPECT_TRUE(d.removePreferences(a));
+    EXPECT_TRUE(d.isOpen());
+    EXPECT_EQ(d.getResolution(), Resolution(160, 120));
+    EXPECT_EQ(d.count("setFrameRate 1"), 1);
+
+    // open() resets the software parameters, and clearing keep-alive with
+    // nobody attached closes the camera again.
+    FakeCamera e;
+    e.open();
+    ASSERT_TRUE(e.setParameter(PARAMETER_KEEP_ALIVE, 1));
+    e.close();
+    EXPECT_TRUE(e.open());
+    EXPECT_FALSE(e.isOpen());
+    e.open();
+    e.setParameter(PARAMETER_KEEP_ALIVE, 1);
+    e.close();
+    EXPECT_TRUE(e.start());
+    EXPECT_TRUE(e.isStarted());
+    EXPECT_FALSE(e.isOpen());
 }
 
 TEST(CameraParameters, FlipsAreRelativeToTheDefault)
@@ -212,13 +225,9 @@ TEST(CameraParameters, FlipsAreRelativeToTheDefault)
         bool defaultH, defaultV;
         int value; // -1: reset
         int passed;
-    } rows[] = {
-        { PARAMETER_VERTICAL_FLIP, false, true, 1, 0 },
-        { PARAMETER_VERTICAL_FLIP, false, false, 1, 1 },
-        { PARAMETER_VERTICAL_FLIP, false, true, 0, 1 },
-        { PARAMETER_HORIZONTAL_FLIP, true, false, -1, 1 },
-        { PARAMETER_HORIZONTAL_FLIP, false, false, -1, 0 },
-    };
+    } rows[] = { { PARAMETER_VERTICAL_FLIP, false, true, 1, 0 }, { PARAMETER_VERTICAL_FLIP, false, false, 1, 1 },
+        { PARAMETER_VERTICAL_FLIP, false, true, 0, 1 }, { PARAMETER_HORIZONTAL_FLIP, true, false, -1, 1 },
+        { PARAMETER_HORIZONTAL_FLIP, false, false, -1, 0 } };
     for (const Row& row : rows) {
         FakeCamera c;
         c.setDefaultFlip(row.defaultH, row.defaultV);
