@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <netinet/in.h>
 #include <sstream>
@@ -95,9 +96,7 @@ public:
     std::string output() const
     {
         std::ifstream in(_output);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
+        return std::string(std::istreambuf_iterator<char>(in), {});
     }
 
 private:
@@ -138,12 +137,19 @@ bool hasElement(const std::string& name, const fs::path& scratch)
     return inspect.wait(std::chrono::seconds(20)) == 0;
 }
 
-int freePort()
+sockaddr_in loopback(int port)
 {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    return address;
+}
+
+int freePort()
+{
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address = loopback(0);
     socklen_t length = sizeof(address);
     int port = 0;
     if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0
@@ -156,10 +162,7 @@ int freePort()
 bool answers(int port)
 {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
+    sockaddr_in address = loopback(port);
     const bool ok = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
     close(fd);
     return ok;
@@ -206,16 +209,10 @@ Received parseFfprobe(const std::string& text)
 {
     Received r;
     std::istringstream lines(text);
-    std::string line;
-    while (std::getline(lines, line)) {
-        double t = 0;
-        int w = 0, h = 0;
-        if (std::sscanf(line.c_str(), "%lf,%d,%d", &t, &w, &h) == 3) {
+    double t = 0;
+    for (std::string line; std::getline(lines, line);)
+        if (std::sscanf(line.c_str(), "%lf,%d,%d", &t, &r.width, &r.height) == 3)
             r.seconds.push_back(t);
-            r.width = w;
-            r.height = h;
-        }
-    }
     return r;
 }
 
