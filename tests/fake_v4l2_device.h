@@ -71,10 +71,7 @@ public:
     unsigned sequence = 0;
     size_t queued() const
     {
-        size_t n = 0;
-        for (const Buffer& b : _buffers)
-            n += b.queued;
-        return n;
+        return std::count_if(_buffers.begin(), _buffers.end(), [](const Buffer& b) { return b.queued; });
     }
     size_t buffers() const { return _buffers.size(); }
 

@@ -30,20 +30,16 @@ namespace {
 // Real time plus an offset the test moves ahead, so that every fetch finds
 // the rings stale and pulls a new frame without the test sleeping.
 std::atomic<int64_t> clockOffset { 0 };
-void skipAheadClock(lumo::os::timeval* tv)
-{
-    const int64_t us
-        = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-              .count()
-        + clockOffset.load();
-    tv->tv_sec = us / 1000000;
-    tv->tv_usec = us % 1000000;
-}
 int64_t nowMicroseconds()
 {
-    lumo::os::timeval tv;
-    lumo::os::gettimeofday(&tv);
-    return tv.tv_sec * 1000000 + tv.tv_usec;
+    using namespace std::chrono;
+    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count() + clockOffset.load();
+}
+void skipAheadClock(lumo::os::timeval* tv)
+{
+    const int64_t us = nowMicroseconds();
+    tv->tv_sec = us / 1000000;
+    tv->tv_usec = us % 1000000;
 }
 
 class GStreamerTest : public ::testing::Test {

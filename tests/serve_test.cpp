@@ -121,20 +121,10 @@ private:
     fs::path _output;
 };
 
-bool onPath(const std::string& program)
+// True when the command exits with 0 within 20 s.
+bool succeeds(const std::vector<std::string>& argv, const fs::path& output)
 {
-    std::istringstream path(std::getenv("PATH") ? std::getenv("PATH") : "");
-    std::string dir;
-    while (std::getline(path, dir, ':'))
-        if (!dir.empty() && access((fs::path(dir) / program).c_str(), X_OK) == 0)
-            return true;
-    return false;
-}
-
-bool hasElement(const std::string& name, const fs::path& scratch)
-{
-    Child inspect({ "gst-inspect-1.0", "--exists", name }, scratch / ("inspect-" + name));
-    return inspect.wait(std::chrono::seconds(20)) == 0;
+    return Child(argv, output).wait(std::chrono::seconds(20)) == 0;
 }
 
 sockaddr_in loopback(int port)
@@ -263,6 +253,9 @@ protected:
 TEST_P(Serve, TwoStreamsOfOneCameraReachClientsAndStopOnSigterm)
 {
     SKIP_WITHOUT_SERVE();
+    auto onPath = [&](const std::string& program) {
+        return succeeds({ "sh", "-c", "command -v " + program }, scratch / "which");
+    };
     if (!onPath("gst-launch-1.0") || !onPath("gst-inspect-1.0"))
         GTEST_SKIP() << "needs gst-launch-1.0 (gstreamer1.0-tools)";
     const std::string codec = GetParam();
@@ -277,7 +270,9 @@ TEST_P(Serve, TwoStreamsOfOneCameraReachClientsAndStopOnSigterm)
         : std::vector<Need> { { { "jpegenc" }, "gstreamer1.0-plugins-good" },
               { { "rtspsrc" }, "gstreamer1.0-plugins-good" } };
     for (const Need& need : needs)
-        if (std::none_of(need.anyOf.begin(), need.anyOf.end(), [&](const char* e) { return hasElement(e, scratch); }))
+        if (std::none_of(need.anyOf.begin(), need.anyOf.end(), [&](const char* e) {
+                return succeeds({ "gst-inspect-1.0", "--exists", e }, scratch / "inspect");
+            }))
             GTEST_SKIP() << "needs the GStreamer element " << need.anyOf[0] << " (" << need.package << ")";
 
     const int port = freePort();
