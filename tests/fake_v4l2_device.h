@@ -9,8 +9,6 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <fcntl.h>
-#include <functional>
 #include <iterator>
 #include <linux/videodev2.h>
 #include <map>
@@ -42,7 +40,6 @@ public:
     uint32_t padding = 0; // bytes past each YUYV row
     uint32_t stampFlags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
     int64_t frameAge = 2000; // stamp = clock - age, microseconds
-    int framesPerPoll = 1; // delivered when a poll finds nothing ready
     std::vector<uint8_t> jpeg; // MJPEG frame content
     size_t jpegCut = 0; // when non-zero, the next MJPEG frame is cut to this many bytes
     int64_t clock = 1000000000;
@@ -56,17 +53,8 @@ public:
     int corruptFrames = 0; // next frames flagged as errors
     int pollTimeouts = 0;
 
-    // Pulls the plug: open fails, every call on an open descriptor gives ENODEV.
-    void unplug()
-    {
-        present = false;
-        _gone = true;
-    }
-    void replug()
-    {
-        present = true;
-        _gone = false;
-    }
+    // Pulled plug: open fails, every call on an open descriptor gives ENODEV.
+    bool unplugged = false;
 
     // Fills queued buffers with frames, oldest first.
     void deliver(int count)
@@ -76,39 +64,28 @@ public:
     }
 
     std::vector<std::string> calls;
-    int openDescriptors = 0, mapped = 0, streamOns = 0;
+    int openDescriptors = 0, mapped = 0;
     unsigned requested = 0; // buffers asked for by the last REQBUFS
     uint32_t pixelFormat = 0;
     Resolution size;
     unsigned sequence = 0;
     size_t queued() const
     {
-        size_t n = 0;
-        for (const Buffer& b : _buffers)
-            n += b.queued;
-        return n;
+        return std::count_if(_buffers.begin(), _buffers.end(), [](const Buffer& b) { return b.queued; });
     }
     size_t buffers() const { return _buffers.size(); }
 
     void addControl(uint32_t id, int32_t minimum, int32_t maximum, int32_t value,
         uint32_t type = V4L2_CTRL_TYPE_INTEGER, std::set<int32_t> menu = {})
     {
-        v4l2_queryctrl q;
-        std::memset(&q, 0, sizeof(q));
-        q.id = id;
-        q.type = type;
-        q.minimum = minimum;
-        q.maximum = maximum;
-        q.step = 1;
-        q.default_value = value;
-        controls[id] = Control { q, value, menu };
+        controls[id] = Control { { id, type, {}, minimum, maximum, 1, value, 0, {} }, value, menu };
     }
 
     int open(const char*, int) override
     {
         std::lock_guard<std::mutex> lock(_mutex);
         calls.push_back("open");
-        if (!present)
+        if (!present || unplugged)
             return error(ENOENT);
         ++openDescriptors;
         return 3;
@@ -128,8 +105,8 @@ public:
     {
         std::lock_guard<std::mutex> lock(_mutex);
         const size_t index = static_cast<size_t>(offset) / kStride;
-        if (_gone || index >= _buffers.size() || length != _buffers[index].memory.size()) {
-            errno = _gone ? ENODEV : EINVAL;
+        if (unplugged || index >= _buffers.size() || length != _buffers[index].memory.size()) {
+            errno = unplugged ? ENODEV : EINVAL;
             return MAP_FAILED;
         }
         ++mapped;
@@ -151,7 +128,7 @@ public:
         *events = 0;
         if (int e = fault(0))
             return error(e);
-        if (_gone) {
+        if (unplugged) {
             *events = POLLERR;
             return 1;
         }
@@ -161,7 +138,7 @@ public:
             return 1;
         }
         if (_ready.empty() && pollTimeouts == 0 && _stream)
-            _deliver(framesPerPoll);
+            _deliver(1);
         if (_ready.empty()) {
             pollTimeouts = pollTimeouts > 0 ? pollTimeouts - 1 : 0;
             clock += static_cast<int64_t>(timeoutMs) * 1000;
@@ -180,7 +157,7 @@ public:
             calls.push_back(name(request));
         if (int e = fault(request))
             return error(e);
-        if (_gone)
+        if (unplugged)
             return error(ENODEV);
         switch (request) {
         case VIDIOC_QUERYCAP: {
@@ -286,7 +263,6 @@ public:
         }
         case VIDIOC_STREAMON:
             _stream = true;
-            ++streamOns;
             return 0;
         case VIDIOC_STREAMOFF:
             _stream = false;
@@ -368,8 +344,7 @@ private:
             Buffer& buffer = _buffers[index];
             buffer.queued = false;
             ++sequence;
-            v4l2_buffer b;
-            std::memset(&b, 0, sizeof(b));
+            v4l2_buffer b {};
             b.index = index;
             b.flags = stampFlags;
             if (corruptFrames > 0) {
@@ -380,6 +355,7 @@ private:
             const int64_t stamp = clock - frameAge;
             b.timestamp.tv_sec = stamp / 1000000;
             b.timestamp.tv_usec = stamp % 1000000;
+            b.bytesused = static_cast<uint32_t>(buffer.memory.size());
             if (pixelFormat == V4L2_PIX_FMT_MJPEG) {
                 const size_t n = std::min(jpegCut ? jpegCut : jpeg.size(), buffer.memory.size());
                 std::memcpy(buffer.memory.data(), jpeg.data(), n);
@@ -389,8 +365,6 @@ private:
                 for (size_t k = 0; k < buffer.memory.size(); ++k)
                     buffer.memory[k] = static_cast<uint8_t>(sequence + k);
             }
-            if (pixelFormat != V4L2_PIX_FMT_MJPEG)
-                b.bytesused = static_cast<uint32_t>(buffer.memory.size());
             _ready.push_back(b);
         }
     }
@@ -401,7 +375,6 @@ private:
     std::deque<unsigned> _free; // queued, oldest first
     std::deque<v4l2_buffer> _ready;
     bool _stream = false;
-    bool _gone = false;
 };
 
 #endif

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <netinet/in.h>
 #include <sstream>
@@ -95,9 +96,7 @@ public:
     std::string output() const
     {
         std::ifstream in(_output);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
+        return std::string(std::istreambuf_iterator<char>(in), {});
     }
 
 private:
@@ -122,28 +121,25 @@ private:
     fs::path _output;
 };
 
-bool onPath(const std::string& program)
+// True when the command exits with 0 within 20 s.
+bool succeeds(const std::vector<std::string>& argv, const fs::path& output)
 {
-    std::istringstream path(std::getenv("PATH") ? std::getenv("PATH") : "");
-    std::string dir;
-    while (std::getline(path, dir, ':'))
-        if (!dir.empty() && access((fs::path(dir) / program).c_str(), X_OK) == 0)
-            return true;
-    return false;
+    return Child(argv, output).wait(std::chrono::seconds(20)) == 0;
 }
 
-bool hasElement(const std::string& name, const fs::path& scratch)
+sockaddr_in loopback(int port)
 {
-    Child inspect({ "gst-inspect-1.0", "--exists", name }, scratch / ("inspect-" + name));
-    return inspect.wait(std::chrono::seconds(20)) == 0;
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    return address;
 }
 
 int freePort()
 {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address = loopback(0);
     socklen_t length = sizeof(address);
     int port = 0;
     if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0
@@ -156,10 +152,7 @@ int freePort()
 bool answers(int port)
 {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
+    sockaddr_in address = loopback(port);
     const bool ok = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
     close(fd);
     return ok;
@@ -206,16 +199,10 @@ Received parseFfprobe(const std::string& text)
 {
     Received r;
     std::istringstream lines(text);
-    std::string line;
-    while (std::getline(lines, line)) {
-        double t = 0;
-        int w = 0, h = 0;
-        if (std::sscanf(line.c_str(), "%lf,%d,%d", &t, &w, &h) == 3) {
+    double t = 0;
+    for (std::string line; std::getline(lines, line);)
+        if (std::sscanf(line.c_str(), "%lf,%d,%d", &t, &r.width, &r.height) == 3)
             r.seconds.push_back(t);
-            r.width = w;
-            r.height = h;
-        }
-    }
     return r;
 }
 
@@ -266,6 +253,9 @@ protected:
 TEST_P(Serve, TwoStreamsOfOneCameraReachClientsAndStopOnSigterm)
 {
     SKIP_WITHOUT_SERVE();
+    auto onPath = [&](const std::string& program) {
+        return succeeds({ "sh", "-c", "command -v " + program }, scratch / "which");
+    };
     if (!onPath("gst-launch-1.0") || !onPath("gst-inspect-1.0"))
         GTEST_SKIP() << "needs gst-launch-1.0 (gstreamer1.0-tools)";
     const std::string codec = GetParam();
@@ -280,7 +270,9 @@ TEST_P(Serve, TwoStreamsOfOneCameraReachClientsAndStopOnSigterm)
         : std::vector<Need> { { { "jpegenc" }, "gstreamer1.0-plugins-good" },
               { { "rtspsrc" }, "gstreamer1.0-plugins-good" } };
     for (const Need& need : needs)
-        if (std::none_of(need.anyOf.begin(), need.anyOf.end(), [&](const char* e) { return hasElement(e, scratch); }))
+        if (std::none_of(need.anyOf.begin(), need.anyOf.end(), [&](const char* e) {
+                return succeeds({ "gst-inspect-1.0", "--exists", e }, scratch / "inspect");
+            }))
             GTEST_SKIP() << "needs the GStreamer element " << need.anyOf[0] << " (" << need.package << ")";
 
     const int port = freePort();
