@@ -11,46 +11,31 @@ using namespace Kelmo::FrameHub;
 
 namespace {
 
-struct ColorSpaceRow {
+// In the order of their numbers.
+const struct {
     ColorSpace value;
-    int number;
     const char* name;
     uint64_t depth;
     uint64_t channels;
-};
-
-const ColorSpaceRow kColorSpaces[] = {
-    { COLORSPACE_YUV_422, 0, "COLORSPACE_YUV_422", 2, 3 },
-    { COLORSPACE_YUV_888, 1, "COLORSPACE_YUV_888", 3, 3 },
-    { COLORSPACE_HSY_888, 2, "COLORSPACE_HSY_888", 3, 3 },
-    { COLORSPACE_HSMIXED_888, 3, "COLORSPACE_HSMIXED_888", 3, 3 },
-    { COLORSPACE_Y_8, 4, "COLORSPACE_Y_8", 1, 1 },
-    { COLORSPACE_U_8, 5, "COLORSPACE_U_8", 1, 1 },
-    { COLORSPACE_V_8, 6, "COLORSPACE_V_8", 1, 1 },
-    { COLORSPACE_H_8, 7, "COLORSPACE_H_8", 1, 1 },
-    { COLORSPACE_S_8, 8, "COLORSPACE_S_8", 1, 1 },
-    { COLORSPACE_RGB_888, 9, "COLORSPACE_RGB_888", 3, 3 },
-    { COLORSPACE_ARGB_8888, 10, "COLORSPACE_ARGB_8888", 4, 4 },
-    { COLORSPACE_BGR_888, 11, "COLORSPACE_BGR_888", 3, 3 },
-    { COLORSPACE_R_8, 12, "COLORSPACE_R_8", 1, 1 },
-    { COLORSPACE_G_8, 13, "COLORSPACE_G_8", 1, 1 },
-    { COLORSPACE_B_8, 14, "COLORSPACE_B_8", 1, 1 },
-    { COLORSPACE_YYCBCR_8888, 15, "COLORSPACE_YYCBCR_8888", 4, 4 },
-    { COLORSPACE_H2RGB_888, 16, "COLORSPACE_H2RGB_888", 3, 3 },
-    { COLORSPACE_LAB_888, 17, "COLORSPACE_LAB_888", 3, 3 },
-    { COLORSPACE_INFRARED_16, 18, "COLORSPACE_INFRARED_16", 2, 1 },
-    { COLORSPACE_DEPTH_16, 19, "COLORSPACE_DEPTH_16", 2, 1 },
-    { COLORSPACE_XYZ_323232, 20, "COLORSPACE_XYZ_323232", 12, 3 },
-    { COLORSPACE_DISTANCE_32, 21, "COLORSPACE_DISTANCE_32", 4, 1 },
-    { COLORSPACE_UNKNOWN, 22, "COLORSPACE_UNKNOWN", 0, 0 },
-};
+} kColorSpaces[] = { { COLORSPACE_YUV_422, "YUV_422", 2, 3 }, { COLORSPACE_YUV_888, "YUV_888", 3, 3 },
+    { COLORSPACE_HSY_888, "HSY_888", 3, 3 }, { COLORSPACE_HSMIXED_888, "HSMIXED_888", 3, 3 },
+    { COLORSPACE_Y_8, "Y_8", 1, 1 }, { COLORSPACE_U_8, "U_8", 1, 1 }, { COLORSPACE_V_8, "V_8", 1, 1 },
+    { COLORSPACE_H_8, "H_8", 1, 1 }, { COLORSPACE_S_8, "S_8", 1, 1 }, { COLORSPACE_RGB_888, "RGB_888", 3, 3 },
+    { COLORSPACE_ARGB_8888, "ARGB_8888", 4, 4 }, { COLORSPACE_BGR_888, "BGR_888", 3, 3 },
+    { COLORSPACE_R_8, "R_8", 1, 1 }, { COLORSPACE_G_8, "G_8", 1, 1 }, { COLORSPACE_B_8, "B_8", 1, 1 },
+    { COLORSPACE_YYCBCR_8888, "YYCBCR_8888", 4, 4 }, { COLORSPACE_H2RGB_888, "H2RGB_888", 3, 3 },
+    { COLORSPACE_LAB_888, "LAB_888", 3, 3 }, { COLORSPACE_INFRARED_16, "INFRARED_16", 2, 1 },
+    { COLORSPACE_DEPTH_16, "DEPTH_16", 2, 1 }, { COLORSPACE_XYZ_323232, "XYZ_323232", 12, 3 },
+    { COLORSPACE_DISTANCE_32, "DISTANCE_32", 4, 1 }, { COLORSPACE_UNKNOWN, "UNKNOWN", 0, 0 } };
 
 TEST(Vocabulary, ColorSpaceTable)
 {
-    for (const ColorSpaceRow& row : kColorSpaces) {
+    ASSERT_EQ(sizeof(kColorSpaces) / sizeof(kColorSpaces[0]), 23u);
+    for (int number = 0; number <= 22; ++number) {
+        const auto& row = kColorSpaces[number];
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(static_cast<int>(row.value), row.number);
-        EXPECT_EQ(getColorSpaceName(row.value), row.name);
+        EXPECT_EQ(static_cast<int>(row.value), number);
+        EXPECT_EQ(getColorSpaceName(row.value), std::string("COLORSPACE_") + row.name);
         EXPECT_EQ(getColorSpaceDepth(row.value), row.depth);
         EXPECT_EQ(getColorSpaceChannel(row.value), row.channels);
     }
