@@ -15,12 +15,8 @@ namespace {
 
 class Hub : public ::testing::Test {
 protected:
-    Hub()
-        : hub({ simulator2D("front"), simulator2D("back") })
-    {
-    }
     ManualClock clock;
-    FrameHub hub;
+    FrameHub hub { { simulator2D("front"), simulator2D("back") } };
 
     // The converted image equals the routine's output on the raw frame.
     void expectConverted(const std::string& name, bool (*routine)(Camera2D::Buffer, Camera2D::Buffer))
