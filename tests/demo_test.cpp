@@ -20,7 +20,7 @@ struct DemoRun {
 
 DemoRun run(const std::string& arguments, const std::string& environment = std::string())
 {
-    DemoRun r { -1, std::string() };
+    DemoRun r { -1, "" };
     FILE* pipe = popen((environment + FRAMEHUB_DEMO_PATH + " " + arguments + " 2>&1").c_str(), "r");
     if (!pipe)
         return r;
@@ -55,8 +55,7 @@ TEST(Demo, OneSecondRunWritesTableAndPictures)
     for (const Picture& p : pictures) {
         cv::Mat image = cv::imread((out / p.file).string(), cv::IMREAD_COLOR);
         ASSERT_FALSE(image.empty()) << p.file;
-        EXPECT_EQ(image.cols, p.width) << p.file;
-        EXPECT_EQ(image.rows, p.height) << p.file;
+        EXPECT_EQ(image.size(), cv::Size(p.width, p.height)) << p.file;
         cv::Scalar mean, deviation;
         cv::meanStdDev(image, mean, deviation);
         EXPECT_GT(deviation[0] + deviation[1] + deviation[2], 5.0) << p.file << " looks blank";

@@ -9,11 +9,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <limits>
-#include <mutex>
 #include <thread>
 
 namespace Kelmo {
@@ -37,7 +36,6 @@ struct Worker {
     std::atomic<uint64_t> calls { 0 };
     std::atomic<bool> done { false };
 
-    // Marks the call about to be made; the count proves progress.
     void at(const char* what)
     {
         operation = what;
@@ -45,44 +43,35 @@ struct Worker {
     }
 };
 
+// Marks the call about to be made, then makes it; the count proves progress.
+#define CALL(worker, call) ((worker).at(#call), (call))
+
 // Ends the process with the list of workers that stopped moving, rather than
 // letting a deadlock hang the test run.
 class Watchdog {
 public:
-    Watchdog(std::vector<std::unique_ptr<Worker>>& workers, Clock::duration limit)
-        : _workers(workers)
-        , _thread([this, limit] { watch(limit); })
+    Watchdog(const std::vector<std::unique_ptr<Worker>>& workers, Clock::duration limit)
+        : _thread([this, &workers, limit] {
+            if (_finished.get_future().wait_for(limit) == std::future_status::ready)
+                return;
+            std::fprintf(stderr, "Watchdog: the hub stalled; workers still running:\n");
+            for (const auto& worker : workers)
+                if (!worker->done)
+                    std::fprintf(stderr, "  %s in %s after %llu calls\n", worker->name.c_str(),
+                        worker->operation.load(), static_cast<unsigned long long>(worker->calls.load()));
+            std::fflush(stderr);
+            std::_Exit(EXIT_FAILURE);
+        })
     {
     }
     ~Watchdog()
     {
-        {
-            std::lock_guard<std::mutex> lock(_mutex);
-            _finished = true;
-        }
-        _wake.notify_all();
+        _finished.set_value();
         _thread.join();
     }
 
 private:
-    void watch(Clock::duration limit)
-    {
-        std::unique_lock<std::mutex> lock(_mutex);
-        if (_wake.wait_for(lock, limit, [this] { return _finished; }))
-            return;
-        std::fprintf(stderr, "Watchdog: the hub stalled; workers still running:\n");
-        for (const auto& worker : _workers)
-            if (!worker->done)
-                std::fprintf(stderr, "  %s in %s after %llu calls\n", worker->name.c_str(), worker->operation.load(),
-                    static_cast<unsigned long long>(worker->calls.load()));
-        std::fflush(stderr);
-        std::_Exit(EXIT_FAILURE);
-    }
-
-    std::vector<std::unique_ptr<Worker>>& _workers;
-    std::mutex _mutex;
-    std::condition_variable _wake;
-    bool _finished = false;
+    std::promise<void> _finished;
     std::thread _thread;
 };
 
@@ -103,8 +92,7 @@ TEST(HubTorture, EveryKindOfCallerAtOnce)
     FrameHubPrivate hub;
     ASSERT_TRUE(hub.addCamera(simulator2D("front")));
     ASSERT_TRUE(hub.addCamera(simulator2D("back")));
-    const auto start = Clock::now();
-    const auto deadline = start + std::chrono::milliseconds(2500);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(2500);
     auto running = [&] { return Clock::now() < deadline; };
     std::atomic<int> delivered { 0 }, wrong { 0 };
     std::atomic<int> registered { 2 };
@@ -132,29 +120,24 @@ TEST(HubTorture, EveryKindOfCallerAtOnce)
     for (int f = 0; f < 2; ++f)
         spawn("feeder" + std::to_string(f), [&](Worker& w) {
             for (unsigned sequence = 0; running(); ++sequence) {
-                w.at("getCameraIndexes");
-                for (const std::string& camera : hub.getCameraIndexes()) {
-                    w.at("getExpectedImageParameters");
-                    CameraPreferences expected = hub.getExpectedImageParameters(camera);
+                for (const std::string& camera : CALL(w, hub.getCameraIndexes())) {
+                    CameraPreferences expected = CALL(w, hub.getExpectedImageParameters(camera));
                     const Resolution size = expected.getResolution();
                     std::vector<uint8_t> rgb = rgbFrame(size.width, size.height, sequence);
-                    w.at("putImage");
-                    hub.putImage(camera, size, expected.getColorSpace(), rgb.data());
+                    CALL(w, hub.putImage(camera, size, expected.getColorSpace(), rgb.data()));
                 }
             }
         });
     spawn("registrar", [&](Worker& w) {
         for (int i = 0; running() && i < 24; ++i) {
-            w.at("addCamera");
-            if (hub.addCamera(simulator2D("extra" + std::to_string(i))))
+            if (CALL(w, hub.addCamera(simulator2D("extra" + std::to_string(i)))))
                 ++registered;
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     });
     spawn("mover", [&](Worker& w) {
         for (unsigned i = 0; running(); ++i) {
-            w.at("setDefaultActiveCamera");
-            hub.setDefaultActiveCamera(cameraName(i));
+            CALL(w, hub.setDefaultActiveCamera(cameraName(i)));
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     });
@@ -162,14 +145,10 @@ TEST(HubTorture, EveryKindOfCallerAtOnce)
         const float nan = std::numeric_limits<float>::quiet_NaN();
         for (unsigned i = 0; running(); ++i) {
             const std::string camera = i % 3 ? cameraName(i) : "Default";
-            w.at("getAngularPositionFromImagePosition");
-            hub.getAngularPositionFromImagePosition(camera, { 0.25f, 0.75f });
-            w.at("getImageInfoFromAngularInfo");
-            hub.getImageInfoFromAngularInfo(camera, { 0.1f, -0.1f, nan, 0.2f });
-            w.at("getImageInfoFromAngularInfoWithResolution");
-            hub.getImageInfoFromAngularInfoWithResolution(camera, { 0.1f, 0.1f, 0.3f, 0.3f }, kSizes[i % 3]);
-            w.at("getCameraParameterInfo");
-            hub.getCameraParameterInfo(camera, PARAMETER_BRIGHTNESS);
+            CALL(w, hub.getAngularPositionFromImagePosition(camera, { 0.25f, 0.75f }));
+            CALL(w, hub.getImageInfoFromAngularInfo(camera, { 0.1f, -0.1f, nan, 0.2f }));
+            CALL(w, hub.getImageInfoFromAngularInfoWithResolution(camera, { 0.1f, 0.1f, 0.3f, 0.3f }, kSizes[i % 3]));
+            CALL(w, hub.getCameraParameterInfo(camera, PARAMETER_BRIGHTNESS));
         }
     });
 
@@ -179,15 +158,15 @@ TEST(HubTorture, EveryKindOfCallerAtOnce)
             const ColorSpace space = kSpaces[c];
             const std::string stem = "client" + std::to_string(c);
             for (unsigned round = 0; running(); ++round) {
-                w.at("subscribeCamera");
-                const std::string name = hub.subscribeCamera(
-                    stem, c % 2 ? "Default" : cameraName(round), kSizes[(c + round) % 3], space, 15 + c);
+                const std::string name = CALL(w,
+                    hub.subscribeCamera(
+                        stem, c % 2 ? "Default" : cameraName(round), kSizes[(c + round) % 3], space, 15 + c));
                 if (name.empty())
                     continue;
                 for (int i = 0; i < 20 && running(); ++i) {
                     const bool raw = i % 5 == 0;
-                    w.at(raw ? "getDirectRawImage" : "getImage");
-                    FrameHubPrivate::Buffer image = raw ? hub.getDirectRawImage(name) : hub.getImage(name);
+                    FrameHubPrivate::Buffer image
+                        = raw ? CALL(w, hub.getDirectRawImage(name)) : CALL(w, hub.getImage(name));
                     if (image) {
                         ++delivered;
                         const Resolution r = image->getResolution();
@@ -195,18 +174,15 @@ TEST(HubTorture, EveryKindOfCallerAtOnce)
                         // The request follows the subscriber wherever the default goes.
                         wrong += !knownSize || image->getColorSpace() != (raw ? COLORSPACE_YUV_422 : space);
                     }
-                    w.at("releaseImage");
-                    hub.releaseImage(name);
-                    w.at("setResolution/setFrameRate/setActiveCamera");
+                    CALL(w, hub.releaseImage(name));
                     if (i % 7 == 3)
-                        hub.setResolution(name, kSizes[i % 3]);
+                        CALL(w, hub.setResolution(name, kSizes[i % 3]));
                     if (i % 7 == 5)
-                        hub.setFrameRate(name, i % 2 ? 5 : 30);
+                        CALL(w, hub.setFrameRate(name, i % 2 ? 5 : 30));
                     if (i % 11 == 10 && c % 2 == 0)
-                        hub.setActiveCamera(name, cameraName(i));
+                        CALL(w, hub.setActiveCamera(name, cameraName(i)));
                 }
-                w.at("unsubscribe");
-                EXPECT_TRUE(hub.unsubscribe(name)) << name;
+                EXPECT_TRUE(CALL(w, hub.unsubscribe(name))) << name;
             }
         });
     // Multi-stream clients switching among the cameras, new ones included.
@@ -216,47 +192,35 @@ TEST(HubTorture, EveryKindOfCallerAtOnce)
             const std::string stem = "multi" + std::to_string(c);
             for (unsigned round = 0; running(); ++round) {
                 const Resolution size = kSizes[round % 3];
-                w.at("subscribeCameras");
                 const std::string name
-                    = hub.subscribeCameras(stem, { "front", "back" }, { size, size }, { space, space }, 30);
+                    = CALL(w, hub.subscribeCameras(stem, { "front", "back" }, { size, size }, { space, space }, 30));
                 if (name.empty())
                     continue;
                 for (unsigned i = 0; i < 20 && running(); ++i) {
-                    w.at("getImages");
-                    for (const auto& image : hub.getImages(name))
+                    for (const auto& image : CALL(w, hub.getImages(name)))
                         if (image) {
                             ++delivered;
                             wrong += image->getColorSpace() != space && image->getColorSpace() != COLORSPACE_YUV_422;
                         }
-                    w.at("releaseImages");
-                    hub.releaseImages(name);
-                    w.at("getDirectRawImages");
-                    hub.getDirectRawImages(name);
-                    w.at("releaseDirectRawImages");
-                    hub.releaseDirectRawImages(name);
+                    CALL(w, hub.releaseImages(name));
+                    CALL(w, hub.getDirectRawImages(name));
+                    CALL(w, hub.releaseDirectRawImages(name));
                     if (i % 6 == 5) {
-                        w.at("setActiveCameras");
                         const std::string a = cameraName(i + round), b = cameraName(i + round + 1);
-                        hub.setActiveCameras(
-                            name, a == b ? std::vector<std::string> { a } : std::vector<std::string> { a, b });
-                        w.at("setResolutions");
-                        hub.setResolutions(name, std::vector<Resolution>(hub.getActiveCameras(name).size(), size));
+                        CALL(w,
+                            hub.setActiveCameras(
+                                name, a == b ? std::vector<std::string> { a } : std::vector<std::string> { a, b }));
+                        CALL(w,
+                            hub.setResolutions(name, std::vector<Resolution>(hub.getActiveCameras(name).size(), size)));
                     }
                 }
-                w.at("unsubscribe");
-                EXPECT_TRUE(hub.unsubscribe(name)) << name;
+                EXPECT_TRUE(CALL(w, hub.unsubscribe(name))) << name;
             }
         });
 
     for (auto& thread : threads)
         thread.join();
-    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    uint64_t calls = 0;
-    for (const auto& worker : workers)
-        calls += worker->calls;
     lumo::log::setLevel(3);
-    std::printf("torture: %llu hub calls in %.2f s (%.0f calls/s), %d images, %d cameras\n",
-        static_cast<unsigned long long>(calls), seconds, calls / seconds, delivered.load(), registered.load());
 
     EXPECT_GT(delivered.load(), 0);
     EXPECT_EQ(wrong.load(), 0);

@@ -21,10 +21,9 @@ class FrameHubPrivateTestPeer {
 public:
     FrameHubPrivate hub;
 
-    std::string nextName(const std::string& stem) { return hub._findAvailableSubscriberName(stem); }
     std::string subscribe(const std::string& stem)
     {
-        std::string name = nextName(stem);
+        std::string name = hub._findAvailableSubscriberName(stem);
         if (!name.empty())
             hub._subscribers[name] = boost::make_shared<Subscriber>(name);
         return name;

@@ -39,15 +39,14 @@ public:
     // True if a record with exactly this level and message was written.
     bool has(int level, const std::string& message) const
     {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return std::any_of(_records.begin(), _records.end(),
+        const auto all = records();
+        return std::any_of(all.begin(), all.end(),
             [&](const lumo::log::Record& r) { return r.level == level && r.message == message; });
     }
     std::vector<std::string> messages() const
     {
-        std::lock_guard<std::mutex> lock(_mutex);
         std::vector<std::string> out;
-        for (const auto& r : _records)
+        for (const auto& r : records())
             out.push_back(r.message);
         return out;
     }

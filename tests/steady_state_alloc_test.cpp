@@ -22,20 +22,14 @@ void* operator new(std::size_t size)
         return p;
     throw std::bad_alloc();
 }
-
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-
 void* operator new[](std::size_t size)
 {
-    ++allocations;
     if (size >= kPixelBlock)
         ++largeArrays;
-    if (void* p = std::malloc(size ? size : 1))
-        return p;
-    throw std::bad_alloc();
+    return operator new(size);
 }
-
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }
 void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 
@@ -43,17 +37,20 @@ namespace {
 
 using namespace Kelmo::FrameHub;
 
+class SteadyState : public ::testing::Test {
+protected:
+    ManualClock clock;
+    FrameHub hub { { simulator2D("front") } };
+    const std::string rgb = hub.subscribeCamera("rgb", "front", Resolution(640, 480), COLORSPACE_RGB_888, 30);
+    std::vector<uint8_t> frame = rgbFrame(640, 480, 1);
+};
+
 // Subscribers that release in time, fed frame after frame: once the rings
 // and the store have their blocks, nothing allocates pixels any more.
-TEST(SteadyState, NoPixelBlockIsAllocated)
+TEST_F(SteadyState, NoPixelBlockIsAllocated)
 {
-    ManualClock clock;
-    FrameHub hub({ simulator2D("front") });
-    const std::string rgb = hub.subscribeCamera("rgb", "front", Resolution(640, 480), COLORSPACE_RGB_888, 30);
     const std::string y = hub.subscribeCamera("y", "front", Resolution(320, 240), COLORSPACE_Y_8, 15);
     const std::string raw = hub.subscribeCamera("raw", "front", Resolution(640, 480), COLORSPACE_YUV_422, 30);
-    std::vector<uint8_t> frame = rgbFrame(640, 480, 1);
-
     auto cycle = [&] {
         clock.advanceMs(100);
         ASSERT_TRUE(hub.putImage("front", Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
@@ -75,12 +72,8 @@ TEST(SteadyState, NoPixelBlockIsAllocated)
 
 // The per-frame path of a client served from the cache: once warm, a fetch
 // and its release allocate nothing at all.
-TEST(SteadyState, CachedHandOutAllocatesNothing)
+TEST_F(SteadyState, CachedHandOutAllocatesNothing)
 {
-    ManualClock clock;
-    FrameHub hub({ simulator2D("front") });
-    const std::string rgb = hub.subscribeCamera("rgb", "front", Resolution(640, 480), COLORSPACE_RGB_888, 30);
-    std::vector<uint8_t> frame = rgbFrame(640, 480, 1);
     ASSERT_TRUE(hub.putImage("front", Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
     ASSERT_TRUE(hub.getImage(rgb));
     ASSERT_TRUE(hub.releaseImage(rgb));

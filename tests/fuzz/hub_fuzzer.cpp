@@ -1,10 +1,8 @@
-// Turns its input into a sequence of hub calls with hostile arguments: sizes
-// 0, 1, odd and huge, colour-space and parameter numbers out of range, rates
-// 0, negative and huge, NaN and infinities for angles, names empty, unknown
-// or the alias. Frames handed to putImage are always as large as the call's
-// contract requires. The only exceptions let through are the builder's, and
-// the std::out_of_range that setDefaultActiveCamera throws by design after a
-// multi-stream subscriber emptied its camera list.
+// Turns its input into hub calls with hostile arguments: odd and huge sizes,
+// enumerations out of range, NaN angles, empty, unknown and alias names.
+// Frames handed to putImage are always as large as the contract requires.
+// The only exceptions let through are the builder's, and setDefaultActiveCamera's
+// std::out_of_range after a multi-stream subscriber emptied its camera list.
 #include "hub_fixture.h"
 
 #include <framehub/frame_hub.h>
@@ -13,7 +11,6 @@
 #include <lumo/log.h>
 
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
@@ -24,19 +21,21 @@ using namespace Kelmo::FrameHub;
 
 namespace {
 
-// Frames above this many pixels are not put: the allocation, not the hub,
-// would be what is measured.
+// Larger frames are not put: the allocation, not the hub, would be measured.
 const uint64_t kMaxPutPixels = 640 * 480;
 
-class Input {
-public:
-    Input(const uint8_t* data, size_t size)
-        : _data(data)
-        , _size(size)
-    {
-    }
-    bool empty() const { return _position >= _size; }
-    uint8_t byte() { return _position < _size ? _data[_position++] : 0; }
+bool fits(Resolution size)
+{
+    return size.width <= kMaxPutPixels && size.height <= kMaxPutPixels && size.width * size.height <= kMaxPutPixels;
+}
+
+struct Input {
+    const uint8_t* data;
+    size_t size;
+    size_t position = 0;
+
+    bool empty() const { return position >= size; }
+    uint8_t byte() { return position < size ? data[position++] : 0; }
     uint32_t word()
     {
         uint32_t w = 0;
@@ -45,11 +44,6 @@ public:
         return w;
     }
     template <typename T> const T& pick(const std::vector<T>& choices) { return choices[byte() % choices.size()]; }
-
-private:
-    const uint8_t* _data;
-    size_t _size;
-    size_t _position = 0;
 };
 
 std::vector<CameraInfo> cameras()
@@ -68,6 +62,15 @@ uint64_t dimension(Input& in)
 }
 
 Resolution resolution(Input& in) { return Resolution(dimension(in), dimension(in)); }
+
+// count values drawn one after another.
+template <typename Draw> auto several(Input& in, size_t count, Draw draw)
+{
+    std::vector<typename std::decay<decltype(draw(in))>::type> out;
+    while (out.size() < count)
+        out.push_back(draw(in));
+    return out;
+}
 
 // A value of the enumeration, now and then one far out of its range.
 template <typename Enum> Enum enumeration(Input& in, int count)
@@ -94,10 +97,7 @@ std::vector<float> floats(Input& in)
     static const std::vector<float> values = { 0.0f, -0.0f, 0.5f, -0.5f, 1.0f, 3.5f, -1e30f, 1e30f,
         std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
         -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::denorm_min() };
-    std::vector<float> out(in.byte() % 7);
-    for (float& f : out)
-        f = in.pick(values);
-    return out;
+    return several(in, in.byte() % 7, [](Input& i) { return i.pick(values); });
 }
 
 struct Session {
@@ -107,10 +107,7 @@ struct Session {
     const std::string& name(Input& in) { return in.pick(names); }
     std::vector<std::string> nameList(Input& in)
     {
-        std::vector<std::string> out(in.byte() % 4);
-        for (std::string& n : out)
-            n = name(in);
-        return out;
+        return several(in, in.byte() % 4, [this](Input& i) { return name(i); });
     }
     void remember(const std::string& subscriber)
     {
@@ -118,15 +115,11 @@ struct Session {
             names.push_back(subscriber);
     }
 
-    void put(Input& in)
+    void put(const std::string& camera, Resolution size, ColorSpace space, uint8_t fill)
     {
-        const Resolution size = resolution(in);
-        const ColorSpace space = colorSpace(in);
         const uint64_t bytesPerPixel = std::max<uint64_t>(1, getColorSpaceDepth(space));
-        if (size.width > kMaxPutPixels || size.height > kMaxPutPixels || size.width * size.height > kMaxPutPixels)
-            return;
-        std::vector<uint8_t> frame(std::max<uint64_t>(1, size.width * size.height * bytesPerPixel), in.byte());
-        hub.putImage(name(in), size, space, frame.data());
+        std::vector<uint8_t> frame(std::max<uint64_t>(1, size.width * size.height * bytesPerPixel), fill);
+        hub.putImage(camera, size, space, frame.data());
     }
 
     void step(Input& in)
@@ -137,12 +130,8 @@ struct Session {
             break;
         case 1: {
             const std::vector<std::string> list = nameList(in);
-            std::vector<Resolution> sizes(list.size() + in.byte() % 2);
-            for (Resolution& r : sizes)
-                r = resolution(in);
-            std::vector<ColorSpace> spaces(list.size());
-            for (ColorSpace& c : spaces)
-                c = colorSpace(in);
+            const std::vector<Resolution> sizes = several(in, list.size() + in.byte() % 2, resolution);
+            const std::vector<ColorSpace> spaces = several(in, list.size(), colorSpace);
             remember(hub.subscribeCameras(name(in), list, sizes, spaces, number(in)));
             break;
         }
@@ -180,14 +169,8 @@ struct Session {
             break;
         case 12: {
             const std::string& who = name(in);
-            std::vector<Resolution> sizes(in.byte() % 4);
-            for (Resolution& r : sizes)
-                r = resolution(in);
-            hub.setResolutions(who, sizes);
-            std::vector<ColorSpace> spaces(in.byte() % 4);
-            for (ColorSpace& c : spaces)
-                c = colorSpace(in);
-            hub.setColorSpaces(who, spaces);
+            hub.setResolutions(who, several(in, in.byte() % 4, resolution));
+            hub.setColorSpaces(who, several(in, in.byte() % 4, colorSpace));
             break;
         }
         case 13:
@@ -213,23 +196,18 @@ struct Session {
         }
         case 16: {
             const std::string& camera = name(in);
-            switch (in.byte() % 6) {
-            case 0:
+            const int action = in.byte() % 6;
+            if (action == 0)
                 hub.openCamera(camera);
-                break;
-            case 1:
+            else if (action == 1)
                 hub.closeCamera(camera);
-                break;
-            case 2:
+            else if (action == 2)
                 hub.startCamera(camera);
-                break;
-            case 3:
+            else if (action == 3)
                 hub.stopCamera(camera);
-                break;
-            case 4:
+            else if (action == 4)
                 hub.resetCamera(camera);
-                break;
-            default:
+            else {
                 hub.isCameraOpen(camera);
                 hub.isCameraStarted(camera);
                 hub.getCameraModel(camera);
@@ -263,20 +241,21 @@ struct Session {
             break;
         }
         case 19:
-        case 20:
-            put(in);
+        case 20: {
+            const Resolution size = resolution(in);
+            const ColorSpace space = colorSpace(in);
+            if (fits(size)) {
+                const uint8_t fill = in.byte();
+                put(name(in), size, space, fill);
+            }
             break;
+        }
         case 21: {
             // Feeding as a well-behaved feeder does, so that images flow.
             const std::string& camera = name(in);
             const CameraPreferences expected = hub.getExpectedImageParameters(camera);
-            const Resolution size = expected.getResolution();
-            const ColorSpace space = expected.getColorSpace();
-            const uint64_t pixels = size.width * size.height;
-            if (size.width <= kMaxPutPixels && size.height <= kMaxPutPixels && pixels <= kMaxPutPixels) {
-                std::vector<uint8_t> frame(std::max<uint64_t>(1, pixels * getColorSpaceDepth(space)), in.byte());
-                hub.putImage(camera, size, space, frame.data());
-            }
+            if (fits(expected.getResolution()))
+                put(camera, expected.getResolution(), expected.getColorSpace(), in.byte());
             break;
         }
         case 22: {
@@ -314,7 +293,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    Input in(data, size);
+    Input in { data, size };
     Session session;
     for (int steps = 0; steps < 200 && !in.empty(); ++steps)
         session.step(in);
