@@ -40,7 +40,8 @@ inline int32_t blueTerm(int32_t u, int32_t) { return kBlueFromU * u; }
 // One destination pixel from the macro-pixel at each step: the mean of its
 // two lumas with its chroma. RGB truncates the luma sum before the gain and
 // BGR does not, so the two may differ by one.
-template <Output out> void downscaleRow(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
+template <Output out>
+void downscaleRow(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step, const uint8_t* = nullptr)
 {
     for (Size k = 0; k < n; ++k) {
         const uint8_t* m = src + step * k;
@@ -304,8 +305,12 @@ template <Output out> FRAMEHUB_AVX2 inline void halfStore(uint8_t* dst, __m256i 
 }
 
 // Each block's byte pairs are gathered two blocks ahead: that takes the
-// loads and shuffles off the chain the arithmetic waits on.
-template <Output out> FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
+// loads and shuffles off the chain the arithmetic waits on. The row read
+// next (every other source row) is fetched into the cache as this one is
+// converted: the hardware's own prefetch restarts at each row and leaves
+// about a tenth of the time waiting on the first lines.
+template <Output out>
+FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, const uint8_t* next)
 {
     const Size blocks = n / 16;
     __m256i yy = _mm256_setzero_si256(), uv = yy, nextYy = yy, nextUv = yy;
@@ -314,6 +319,8 @@ template <Output out> FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict sr
     if (blocks > 1)
         halfPairs(src + 64, nextYy, nextUv);
     for (Size b = 0; b < blocks; ++b) {
+        if (next)
+            _mm_prefetch(reinterpret_cast<const char*>(next + 64 * b), _MM_HINT_T0);
         const __m256i blockYy = yy, blockUv = uv;
         yy = nextYy;
         uv = nextUv;
@@ -330,12 +337,13 @@ template <Output out> FRAMEHUB_AVX2 Size halfBlocks(const uint8_t* __restrict sr
 // source words it needs no byte pairs, which the three channels share and
 // one would not repay.
 template <Output out>
-FRAMEHUB_AVX2 void downscaleRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
+FRAMEHUB_AVX2 void downscaleRowAvx2(
+    const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step, const uint8_t* next)
 {
     Size k = 0;
     if (step == 4) {
         if constexpr (bytesPerPixel(out) == 3)
-            k = halfBlocks<out>(src, dst, n);
+            k = halfBlocks<out>(src, dst, n, next);
         else
             k = downscaleBlocks<out, FETCH_ADJACENT>(src, dst, n, step);
     } else if (step == 8)
@@ -343,87 +351,6 @@ FRAMEHUB_AVX2 void downscaleRowAvx2(const uint8_t* __restrict src, uint8_t* __re
     else if (step <= maxGatherStep)
         k = downscaleBlocks<out, FETCH_GATHER>(src, dst, n, step);
     downscaleRow<out>(src + step * k, dst + bytesPerPixel(out) * k, n - k, step);
-}
-
-// Byte permutes across both registers: the pairs straight from two plain
-// loads, and the 48 bytes straight from the packed channels.
-constexpr ByteMask pairsIndex(int first)
-{
-    ByteMask m {};
-    for (int p = 0; p < 16; ++p) {
-        m.b[2 * p] = static_cast<int8_t>(4 * p + first);
-        m.b[2 * p + 1] = static_cast<int8_t>(4 * p + first + 2);
-    }
-    return m;
-}
-
-// Output bytes 32 part to 32 part + 31 from rg (reds, greens: pixels 0-7 in
-// lane 0, 8-15 in lane 1) and bb (index 32 on, blues the same way).
-constexpr ByteMask layoutIndex(int part, bool bgr)
-{
-    ByteMask m {};
-    for (int i = 0; i < 32; ++i) {
-        const int o = 32 * part + i, pixel = o / 3 % 16, channel = bgr ? 2 - o % 3 : o % 3;
-        const int at = pixel % 8 + 16 * (pixel / 8);
-        m.b[i] = static_cast<int8_t>(channel == 0 ? at : channel == 1 ? at + 8 : 32 + at);
-    }
-    return m;
-}
-
-FRAMEHUB_AVX512 inline void halfPairsAvx512(const uint8_t* src, __m256i& yy, __m256i& uv)
-{
-    static constexpr ByteMask lumas = pairsIndex(0), chroma = pairsIndex(1);
-    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src));
-    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 32));
-    yy = _mm256_permutex2var_epi8(a, loadMask(lumas), b);
-    uv = _mm256_xor_si256(_mm256_permutex2var_epi8(a, loadMask(chroma), b), _mm256_set1_epi8(-128));
-}
-
-template <Output out> FRAMEHUB_AVX512 inline void halfStoreAvx512(uint8_t* dst, __m256i yy, __m256i uv)
-{
-    static constexpr ByteMask head = layoutIndex(0, out == OUT_BGR), tail = layoutIndex(1, out == OUT_BGR);
-    __m256i red, green, blue;
-    halfChannels<out>(yy, uv, red, green, blue);
-    const __m256i rg = _mm256_packus_epi16(red, green);
-    const __m256i bb = _mm256_packus_epi16(blue, blue);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), _mm256_permutex2var_epi8(rg, loadMask(head), bb));
-    _mm_storeu_si128(
-        reinterpret_cast<__m128i*>(dst + 32), _mm256_castsi256_si128(_mm256_permutex2var_epi8(rg, loadMask(tail), bb)));
-}
-
-// Each block's byte pairs are gathered two blocks ahead: that takes the
-// loads and permutes off the chain the arithmetic waits on.
-template <Output out>
-FRAMEHUB_AVX512 Size halfBlocksAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n)
-{
-    const Size blocks = n / 16;
-    __m256i yy = _mm256_setzero_si256(), uv = yy, nextYy = yy, nextUv = yy;
-    if (blocks > 0)
-        halfPairsAvx512(src, yy, uv);
-    if (blocks > 1)
-        halfPairsAvx512(src + 64, nextYy, nextUv);
-    for (Size b = 0; b < blocks; ++b) {
-        const __m256i blockYy = yy, blockUv = uv;
-        yy = nextYy;
-        uv = nextUv;
-        if (b + 2 < blocks)
-            halfPairsAvx512(src + 64 * (b + 2), nextYy, nextUv);
-        halfStoreAvx512<out>(dst + 48 * b, blockYy, blockUv);
-    }
-    return 16 * blocks;
-}
-
-template <Output out>
-FRAMEHUB_AVX512 void downscaleRowAvx512(const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step)
-{
-    if constexpr (bytesPerPixel(out) == 3) {
-        if (step == 4) {
-            const Size k = halfBlocksAvx512<out>(src, dst, n);
-            downscaleRow<out>(src + 4 * k, dst + 3 * k, n - k, step);
-            return;
-        }
-    }
-    downscaleRowAvx2<out>(src, dst, n, step);
 }
 
 // Four pixels per lane from source words first and first + 1: each pixel's
@@ -687,6 +614,120 @@ FRAMEHUB_AVX512 void wideRowAvx512(const uint8_t* __restrict src, uint8_t* __res
     }
     wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
 }
+
+// A width ratio of 2 on 32 pixels a block, in 512-bit registers: the same
+// arithmetic as halfChannels, the byte pairs from one two-register permute
+// each and the 3-byte layout from the full-width tables (rg and bb hold the
+// same lane order here). RGB's halving of the luma sum rounds up below 32
+// with a masked average instead of the compare and mask of AVX2.
+FRAMEHUB_AVX512 inline __m512i bytePair512(int low, int high)
+{
+    return _mm512_set1_epi16(static_cast<int16_t>((high & 0xFF) << 8 | (low & 0xFF)));
+}
+
+FRAMEHUB_AVX512 inline __m512i opaque512(__m512i v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
+template <Output out>
+FRAMEHUB_AVX512 inline void halfChannels512(__m512i yy, __m512i uv, __m512i& red, __m512i& green, __m512i& blue)
+{
+    const __m512i sum = _mm512_maddubs_epi16(yy, bytePair512(1, 1)); // Y0 + Y1
+    __m512i luma, part;
+    if constexpr (out == OUT_RGB) {
+        const __mmask32 dark = _mm512_cmplt_epu16_mask(sum, _mm512_set1_epi16(2 * kLumaBlack));
+        luma = _mm512_mask_avg_epu16(_mm512_srli_epi16(sum, 1), dark, sum, _mm512_setzero_si512());
+        part = _mm512_maddubs_epi16(luma, bytePair512(kLumaPart, 0));
+    } else {
+        luma = _mm512_srli_epi16(sum, 1);
+        part = _mm512_sub_epi16(_mm512_mullo_epi16(sum, opaque512(_mm512_set1_epi16(kHalfLumaGain))),
+            _mm512_slli_epi16(luma, kFractionBits));
+    }
+    part = _mm512_add_epi16(part, _mm512_set1_epi16(kPartBias));
+    const __m512i r = _mm512_add_epi16(part, _mm512_maddubs_epi16(bytePair512(0, kRedPart), uv));
+    const __m512i g = _mm512_add_epi16(part, _mm512_maddubs_epi16(bytePair512(kGreenPartU, kGreenPartV), uv));
+    const __m512i b = _mm512_add_epi16(part, _mm512_maddubs_epi16(bytePair512(kBluePart, 0), uv));
+    const __m512i v = _mm512_maddubs_epi16(bytePair512(0, 1), uv);
+    const __m512i uPlusV = _mm512_maddubs_epi16(bytePair512(1, 1), uv);
+    const __m512i twoU = _mm512_maddubs_epi16(bytePair512(2, 0), uv);
+    red = _mm512_add_epi16(_mm512_add_epi16(luma, v), _mm512_srai_epi16(r, kFractionBits));
+    green = _mm512_add_epi16(_mm512_sub_epi16(luma, uPlusV), _mm512_srai_epi16(g, kFractionBits));
+    blue = _mm512_add_epi16(_mm512_add_epi16(luma, twoU), _mm512_srai_epi16(b, kFractionBits));
+}
+
+// Byte i of the pick: the luma (first 0) or chroma (first 1) byte pairs of
+// 32 macro-pixels in two registers.
+struct PairPick {
+    int8_t b[64];
+};
+
+constexpr PairPick pairsIndex(int first)
+{
+    PairPick m {};
+    for (int p = 0; p < 32; ++p) {
+        m.b[2 * p] = static_cast<int8_t>(4 * p + first);
+        m.b[2 * p + 1] = static_cast<int8_t>(4 * p + first + 2);
+    }
+    return m;
+}
+
+FRAMEHUB_AVX512 inline void halfPairsAvx512(const uint8_t* src, __m512i& yy, __m512i& uv)
+{
+    static constexpr PairPick lumas = pairsIndex(0), chroma = pairsIndex(1);
+    const __m512i a = _mm512_loadu_si512(src), b = _mm512_loadu_si512(src + 64);
+    yy = _mm512_permutex2var_epi8(a, _mm512_loadu_si512(lumas.b), b);
+    uv = _mm512_xor_si512(_mm512_permutex2var_epi8(a, _mm512_loadu_si512(chroma.b), b), _mm512_set1_epi8(-128));
+}
+
+// Pairs gathered two blocks ahead and the next row fetched, as in AVX2.
+template <Output out>
+FRAMEHUB_AVX512 Size halfBlocksAvx512(
+    const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, const uint8_t* next)
+{
+    static constexpr WideLayout layout = wideLayout(out == OUT_BGR);
+    const __m512i head = _mm512_loadu_si512(layout.b), tail = _mm512_loadu_si512(layout.b + 64);
+    const Size blocks = n / 32;
+    __m512i yy = _mm512_setzero_si512(), uv = yy, nextYy = yy, nextUv = yy;
+    if (blocks > 0)
+        halfPairsAvx512(src, yy, uv);
+    if (blocks > 1)
+        halfPairsAvx512(src + 128, nextYy, nextUv);
+    for (Size b = 0; b < blocks; ++b) {
+        if (next) {
+            _mm_prefetch(reinterpret_cast<const char*>(next + 128 * b), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(next + 128 * b + 64), _MM_HINT_T0);
+        }
+        const __m512i blockYy = yy, blockUv = uv;
+        yy = nextYy;
+        uv = nextUv;
+        if (b + 2 < blocks)
+            halfPairsAvx512(src + 128 * (b + 2), nextYy, nextUv);
+        __m512i red, green, blue;
+        halfChannels512<out>(blockYy, blockUv, red, green, blue);
+        const __m512i rg = _mm512_packus_epi16(red, green), bb = _mm512_packus_epi16(blue, blue);
+        uint8_t* to = dst + 96 * b;
+        _mm512_storeu_si512(to, _mm512_permutex2var_epi8(rg, head, bb));
+        _mm256_storeu_si256(
+            reinterpret_cast<__m256i*>(to + 64), _mm512_castsi512_si256(_mm512_permutex2var_epi8(rg, tail, bb)));
+    }
+    return 32 * blocks;
+}
+
+template <Output out>
+FRAMEHUB_AVX512 void downscaleRowAvx512(
+    const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step, const uint8_t* next)
+{
+    if constexpr (bytesPerPixel(out) == 3) {
+        if (step == 4) {
+            const Size k = halfBlocksAvx512<out>(src, dst, n, next);
+            downscaleRow<out>(src + 4 * k, dst + 3 * k, n - k, step);
+            return;
+        }
+    }
+    downscaleRowAvx2<out>(src, dst, n, step, next);
+}
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
 #endif
@@ -705,7 +746,8 @@ template <Output out> void downscalePlane(ImageBuffer& source, ImageBuffer& dest
     const Size pixels = r == 0 ? 0 : size.width;
     const auto row = FRAMEHUB_FASTEST3(&downscaleRowAvx512<out>, &downscaleRowAvx2<out>, &downscaleRow<out>);
     for (Size j = 0; j < size.height; ++j)
-        row(src + j * 2 * W * r, dst + j * rowBytes, pixels, 2 * r);
+        row(src + j * 2 * W * r, dst + j * rowBytes, pixels, 2 * r,
+            j + 1 < size.height ? src + (j + 1) * 2 * W * r : nullptr);
 }
 
 // Source rows follow one another; a narrower destination is a crop.
