@@ -681,52 +681,63 @@ FRAMEHUB_AVX512 inline void halfPairsAvx512(const uint8_t* src, __m512i& yy, __m
     uv = _mm512_xor_si512(_mm512_permutex2var_epi8(a, _mm512_loadu_si512(chroma.b), b), _mm512_set1_epi8(-128));
 }
 
-// Pairs gathered two blocks ahead and the next row fetched, as in AVX2.
+// A whole destination plane at a width ratio of 2: rows of 32-pixel blocks
+// in one pipeline, so that it does not drain and refill at every row (a
+// 320-pixel row has only ten blocks). The pairs are gathered two blocks
+// ahead, across the end of a row too, and the source row read next is
+// fetched into the cache as this one is converted, as in AVX2. The last
+// width % 32 pixels of the rows go to the scalar kernel afterwards: a call
+// inside the loop would spill the registers the pipeline keeps.
 template <Output out>
-FRAMEHUB_AVX512 Size halfBlocksAvx512(
-    const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, const uint8_t* next)
+FRAMEHUB_AVX512 void halfPlaneAvx512(
+    const uint8_t* src, Size srcStride, uint8_t* dst, Size dstStride, Size width, Size rows)
 {
     static constexpr WideLayout layout = wideLayout(out == OUT_BGR);
     const __m512i head = _mm512_loadu_si512(layout.b), tail = _mm512_loadu_si512(layout.b + 64);
-    const Size blocks = n / 32;
+    const Size perRow = width / 32, blocks = perRow * rows;
+    const uint8_t* gatherRow = src;
+    Size gatherBlock = 0;
+    const auto gather = [&](__m512i& yy, __m512i& uv) FRAMEHUB_AVX512 {
+        if (gatherBlock == perRow) {
+            gatherBlock = 0;
+            gatherRow += srcStride;
+        }
+        halfPairsAvx512(gatherRow + 128 * gatherBlock++, yy, uv);
+    };
     __m512i yy = _mm512_setzero_si512(), uv = yy, nextYy = yy, nextUv = yy;
     if (blocks > 0)
-        halfPairsAvx512(src, yy, uv);
+        gather(yy, uv);
     if (blocks > 1)
-        halfPairsAvx512(src + 128, nextYy, nextUv);
+        gather(nextYy, nextUv);
+    const uint8_t* ahead = rows > 1 ? src + srcStride : nullptr; // the row after the one converted
+    uint8_t* to = dst;
+    Size j = 0, block = 0;
     for (Size b = 0; b < blocks; ++b) {
-        if (next) {
-            _mm_prefetch(reinterpret_cast<const char*>(next + 128 * b), _MM_HINT_T0);
-            _mm_prefetch(reinterpret_cast<const char*>(next + 128 * b + 64), _MM_HINT_T0);
+        if (ahead) {
+            _mm_prefetch(reinterpret_cast<const char*>(ahead + 128 * block), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(ahead + 128 * block + 64), _MM_HINT_T0);
         }
         const __m512i blockYy = yy, blockUv = uv;
         yy = nextYy;
         uv = nextUv;
         if (b + 2 < blocks)
-            halfPairsAvx512(src + 128 * (b + 2), nextYy, nextUv);
+            gather(nextYy, nextUv);
         __m512i red, green, blue;
         halfChannels512<out>(blockYy, blockUv, red, green, blue);
         const __m512i rg = _mm512_packus_epi16(red, green), bb = _mm512_packus_epi16(blue, blue);
-        uint8_t* to = dst + 96 * b;
-        _mm512_storeu_si512(to, _mm512_permutex2var_epi8(rg, head, bb));
-        _mm256_storeu_si256(
-            reinterpret_cast<__m256i*>(to + 64), _mm512_castsi512_si256(_mm512_permutex2var_epi8(rg, tail, bb)));
-    }
-    return 32 * blocks;
-}
-
-template <Output out>
-FRAMEHUB_AVX512 void downscaleRowAvx512(
-    const uint8_t* __restrict src, uint8_t* __restrict dst, Size n, Size step, const uint8_t* next)
-{
-    if constexpr (bytesPerPixel(out) == 3) {
-        if (step == 4) {
-            const Size k = halfBlocksAvx512<out>(src, dst, n, next);
-            downscaleRow<out>(src + 4 * k, dst + 3 * k, n - k, step);
-            return;
+        _mm512_storeu_si512(to + 96 * block, _mm512_permutex2var_epi8(rg, head, bb));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + 96 * block + 64),
+            _mm512_castsi512_si256(_mm512_permutex2var_epi8(rg, tail, bb)));
+        if (++block == perRow) {
+            block = 0;
+            ahead = j + 2 < rows ? ahead + srcStride : nullptr;
+            to += dstStride;
+            ++j;
         }
     }
-    downscaleRowAvx2<out>(src, dst, n, step, next);
+    if (width % 32 != 0)
+        for (Size row = 0; row < rows; ++row)
+            downscaleRow<out>(src + row * srcStride + 128 * perRow, dst + row * dstStride + 96 * perRow, width % 32, 4);
 }
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
@@ -744,7 +755,14 @@ template <Output out> void downscalePlane(ImageBuffer& source, ImageBuffer& dest
     uint8_t* dst = destination.getData();
     const Size rowBytes = bytesPerPixel(out) * size.width;
     const Size pixels = r == 0 ? 0 : size.width;
-    const auto row = FRAMEHUB_FASTEST3(&downscaleRowAvx512<out>, &downscaleRowAvx2<out>, &downscaleRow<out>);
+#ifdef FRAMEHUB_VECTOR
+    if constexpr (bytesPerPixel(out) == 3)
+        if (r == 2 && simd::avx512Enabled()) {
+            halfPlaneAvx512<out>(src, 4 * W, dst, rowBytes, size.width, size.height);
+            return;
+        }
+#endif
+    const auto row = FRAMEHUB_FASTEST(&downscaleRowAvx2<out>, &downscaleRow<out>);
     for (Size j = 0; j < size.height; ++j)
         row(src + j * 2 * W * r, dst + j * rowBytes, pixels, 2 * r,
             j + 1 < size.height ? src + (j + 1) * 2 * W * r : nullptr);
