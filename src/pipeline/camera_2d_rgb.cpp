@@ -271,9 +271,11 @@ FRAMEHUB_AVX2 inline void halfPairs(const uint8_t* src, __m256i& yy, __m256i& uv
     uv = _mm256_xor_si256(_mm256_unpackhi_epi64(sa, sb), _mm256_set1_epi8(-128));
 }
 
-// Output bytes 0-15 (head) or 16-23 (tail) of each lane's eight pixels, from
-// rg (reds then greens) or from bb (blues).
-constexpr ByteMask halfMask(bool fromBlue, bool tail, bool bgr)
+// Output bytes 0-15 (head) or 16-23 (tail) of each lane's eight pixels, red
+// first or blue first, from rg (reds then greens) or from bb (blues). The
+// packed channels hold the pixels in order, or (evenThenOdd) the even ones
+// before the odd ones.
+constexpr ByteMask layoutMask(bool fromBlue, bool tail, bool bgr, bool evenThenOdd)
 {
     ByteMask m {};
     for (int i = 0; i < 32; ++i)
@@ -281,8 +283,9 @@ constexpr ByteMask halfMask(bool fromBlue, bool tail, bool bgr)
     for (int lane = 0; lane < 2; ++lane)
         for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
             const int pixel = o / 3, channel = bgr ? 2 - o % 3 : o % 3;
+            const int index = evenThenOdd ? pixel / 2 + 4 * (pixel % 2) : pixel;
             if ((channel == 2) == fromBlue)
-                m.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(channel == 1 ? 8 + pixel : pixel);
+                m.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(channel == 1 ? 8 + index : index);
         }
     return m;
 }
@@ -290,8 +293,9 @@ constexpr ByteMask halfMask(bool fromBlue, bool tail, bool bgr)
 template <Output out> FRAMEHUB_AVX2 inline void halfStore(uint8_t* dst, __m256i yy, __m256i uv)
 {
     constexpr bool bgr = out == OUT_BGR;
-    static constexpr ByteMask head = halfMask(false, false, bgr), tail = halfMask(false, true, bgr),
-                              headBlue = halfMask(true, false, bgr), tailBlue = halfMask(true, true, bgr);
+    static constexpr ByteMask head = layoutMask(false, false, bgr, false), tail = layoutMask(false, true, bgr, false),
+                              headBlue = layoutMask(true, false, bgr, false),
+                              tailBlue = layoutMask(true, true, bgr, false);
     __m256i red, green, blue;
     halfChannels<out>(yy, uv, red, green, blue);
     // The saturating packs clamp as finish does.
@@ -409,24 +413,6 @@ FRAMEHUB_AVX2 void planeRowAvx2(const uint8_t* __restrict src, uint8_t* __restri
     planeRow<out>(src + 4 * i, dst + 2 * i, pairs - i);
 }
 
-// The layout of one lane's eight pixels: from rg, the reds then the greens,
-// from bb the blues (twice); output bytes 0-15 (head) or 16-23 (tail), red
-// first or blue first.
-constexpr ByteMask wideMask(bool fromBlue, bool tail, bool bgr)
-{
-    ByteMask m {};
-    for (int i = 0; i < 32; ++i)
-        m.b[i] = -1;
-    for (int lane = 0; lane < 2; ++lane)
-        for (int o = tail ? 16 : 0; o < (tail ? 24 : 16); ++o) {
-            const int pixel = o / 3, channel = bgr ? 2 - o % 3 : o % 3;
-            const int index = pixel / 2 + 4 * (pixel % 2);
-            if ((channel == 2) == fromBlue)
-                m.b[16 * lane + o - (tail ? 16 : 0)] = static_cast<int8_t>(channel == 1 ? 8 + index : index);
-        }
-    return m;
-}
-
 // One primary of the even and the odd pixels, shifted and packed to 16 bits:
 // even pixels 0-3, odd 0-3, even 4-7, odd 4-7 (so the layout masks read
 // pixel p at p / 2 + 4 (p % 2)).
@@ -443,8 +429,9 @@ FRAMEHUB_AVX2 inline __m256i wideChannel(__m256i even, __m256i odd, __m256i chro
 template <Output out> FRAMEHUB_AVX2 void wideRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict dst, Size pairs)
 {
     constexpr bool bgr = out == OUT_BGR;
-    static constexpr ByteMask head = wideMask(false, false, bgr), tail = wideMask(false, true, bgr),
-                              headBlue = wideMask(true, false, bgr), tailBlue = wideMask(true, true, bgr);
+    static constexpr ByteMask head = layoutMask(false, false, bgr, true), tail = layoutMask(false, true, bgr, true),
+                              headBlue = layoutMask(true, false, bgr, true),
+                              tailBlue = layoutMask(true, true, bgr, true);
     const __m256i lowByte = _mm256_set1_epi32(0xFF);
     const __m256i black = _mm256_set1_epi32(kLumaBlack | kLumaBlack << 16);
     const __m256i pickU = _mm256_set1_epi32(0x100); // byte 1 times 1, the others times 0
