@@ -519,8 +519,8 @@ constexpr int32_t kLumaScale = 4, kScaleU = 12, kScaleV = 57;
 constexpr int16_t kNarrowLumaGain = 19071;
 constexpr int16_t kNarrowRedFromV = 1835, kNarrowBlueFromU = 11021;
 constexpr int32_t kNarrowRedBias = -13355536, kNarrowBlueBias = -16895562;
-constexpr int16_t kGreenFromScaledU = -32767, kGreenFromU = -16789, kGreenFromScaledV = -14956;
-static_assert(kScaleU * kGreenFromScaledU + kGreenFromU == kWideGreenFromU, "green's U gain, split");
+constexpr int16_t kGreenFromScaledU = -32767, kGreenFromUnscaledU = -16789, kGreenFromScaledV = -14956;
+static_assert(kScaleU * kGreenFromScaledU + kGreenFromUnscaledU == kWideGreenFromU, "green's U gain, split");
 static_assert(kScaleV * kGreenFromScaledV == kWideGreenFromV, "green's V gain, scaled");
 
 FRAMEHUB_AVX512 inline __m512i wideFactors(int16_t low, int16_t high)
@@ -550,7 +550,7 @@ FRAMEHUB_AVX512 void wideRowAvx512(const uint8_t* __restrict src, uint8_t* __res
     const __m512i evenGain = wideFactors(kNarrowLumaGain, 0), oddGain = wideFactors(0, kNarrowLumaGain);
     const __m512i redFromV = wideFactors(0, kNarrowRedFromV), blueFromU = wideFactors(kNarrowBlueFromU, 0);
     const __m512i greenFromScaled = wideFactors(kGreenFromScaledU, kGreenFromScaledV);
-    const __m512i greenFromU = wideFactors(kGreenFromU, 0);
+    const __m512i greenFromU = wideFactors(kGreenFromUnscaledU, 0);
     const __m512i redBias = _mm512_set1_epi32(kNarrowRedBias), blueBias = _mm512_set1_epi32(kNarrowBlueBias);
     const __m512i greenBias = _mm512_set1_epi32(kWideRoundingHalf - (kWideGreenFromU + kWideGreenFromV) * kChromaZero);
     const __m512i lumaGain = _mm512_set1_epi32(kWideLumaGain);
@@ -602,46 +602,79 @@ FRAMEHUB_AVX512 void wideRowAvx512(const uint8_t* __restrict src, uint8_t* __res
     wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
 }
 
-// A width ratio of 2 on 32 pixels a block, in 512-bit registers: the same
-// arithmetic as halfChannels, the byte pairs from one two-register permute
-// each and the 3-byte layout from the full-width tables (rg and bb hold the
-// same lane order here). RGB's halving of the luma sum rounds up below 32
-// with a masked average instead of the compare and mask of AVX2.
+// A width ratio of 2 on 32 pixels a block, in 512-bit registers, with
+// fewer operations than halfChannels: each sum is halved once, to 7
+// fractional bits, where every term is still whole, and then lives in int16
+// with saturating adds, which clamp as finish does. For RGB the luma term is
+// 149 h (h the truncated half of Y0 + Y1 - 32); for BGR, whose luma term
+// 149 (Y0 + Y1 - 32) may be odd, it is floored, which is exact for green and
+// blue (their chroma terms are whole) and for red once half a unit is given
+// back where both the luma sum and V are odd. The terms and their ranges:
+//   luma  149 h - kHalfExcess                  -5228 ... 32767 (BGR)
+//   red   floor(204.5 v) + kHalfExcess        -23332 ... 28815
+//   green kHalfExcess - (50 u + 104 v)        -16714 ... 22556
+//   blue  129 u, then 129 u + kHalfExcess     twice, as 258 u overflows int16
+// kHalfExcess is what 149 h exceeds int16 by at h = 239. Blue adds its
+// unbiased half first: that partial sum can only saturate upwards when u is
+// positive, so the second half never undoes a saturation. Checked for every
+// input against downscaleRow.
+constexpr int kHalfBits = kFractionBits - 1;
+constexpr int32_t kHalfExcess = kHalfLumaGain * 239 - 32767; // 2844
+constexpr int32_t kHalfLumaBias = -kHalfLumaGain * kLumaBlack - kHalfExcess;
+constexpr int32_t kHalfRedGain = kRedFromV << kHalfBits; // times 256 V, high half: 204.5 V
+constexpr int32_t kHalfRedBias = -kRedFromV * kChromaZero / 2 + kHalfExcess;
+constexpr int32_t kHalfBgrLumaGain = kHalfLumaGain << kFractionBits; // times 128 sum, high half: 74.5 sum
+constexpr int32_t kHalfGreenFromU = -kGreenFromU / 2, kHalfGreenFromV = -kGreenFromV / 2; // 50, 104
+constexpr int32_t kHalfBlueFromU = kBlueFromU / 4; // 129, added twice
+static_assert(kHalfExcess == 2844 && kHalfRedGain < 65536 && kHalfBgrLumaGain < 65536, "16-bit factors");
+static_assert(2 * kHalfGreenFromU == -kGreenFromU && 2 * kHalfGreenFromV == -kGreenFromV
+        && 4 * kHalfBlueFromU == kBlueFromU && kRedFromV * kChromaZero % 2 == 0,
+    "whole halves");
+
 FRAMEHUB_AVX512 inline __m512i bytePair512(int low, int high)
 {
     return _mm512_set1_epi16(static_cast<int16_t>((high & 0xFF) << 8 | (low & 0xFF)));
 }
 
+FRAMEHUB_AVX512 inline __m512i words512(int32_t value) { return _mm512_set1_epi16(static_cast<int16_t>(value)); }
+
+// A constant the compiler cannot see through: it would turn one multiply
+// into shifts and adds.
 FRAMEHUB_AVX512 inline __m512i opaque512(__m512i v)
 {
     __asm__("" : "+v"(v));
     return v;
 }
 
+// The three channels of 32 pixels from their lumas (Y0, Y1 in the byte pairs
+// of yy) and chroma (U, V in those of uv), clamped below by the packs.
 template <Output out>
 FRAMEHUB_AVX512 inline void halfChannels512(__m512i yy, __m512i uv, __m512i& red, __m512i& green, __m512i& blue)
 {
     const __m512i sum = _mm512_maddubs_epi16(yy, bytePair512(1, 1)); // Y0 + Y1
-    __m512i luma, part;
+    const __m512i chroma = _mm512_xor_si512(uv, words512(0x8080)); // U - 128, V - 128
+    __m512i luma, highV;
     if constexpr (out == OUT_RGB) {
-        const __mmask32 dark = _mm512_cmplt_epu16_mask(sum, _mm512_set1_epi16(2 * kLumaBlack));
-        luma = _mm512_mask_avg_epu16(_mm512_srli_epi16(sum, 1), dark, sum, _mm512_setzero_si512());
-        part = _mm512_maddubs_epi16(luma, bytePair512(kLumaPart, 0));
+        // h + 16, rounding up below 32 with a masked average.
+        const __mmask32 dark = _mm512_cmplt_epu16_mask(sum, words512(2 * kLumaBlack));
+        const __m512i half = _mm512_mask_avg_epu16(_mm512_srli_epi16(sum, 1), dark, sum, _mm512_setzero_si512());
+        luma = _mm512_mullo_epi16(half, opaque512(words512(kHalfLumaGain)));
+        highV = _mm512_and_si512(uv, words512(0xFF00));
     } else {
-        luma = _mm512_srli_epi16(sum, 1);
-        part = _mm512_sub_epi16(_mm512_mullo_epi16(sum, opaque512(_mm512_set1_epi16(kHalfLumaGain))),
-            _mm512_slli_epi16(luma, kFractionBits));
+        luma = _mm512_mulhi_epu16(_mm512_slli_epi16(sum, kHalfBits), words512(kHalfBgrLumaGain));
+        // Bit 0 beside 256 V adds 0.8 to 204.5 V: half a unit back exactly
+        // where both halves were odd.
+        highV = _mm512_ternarylogic_epi32(uv, _mm512_and_si512(sum, words512(1)), words512(0xFF00), 0xEC);
     }
-    part = _mm512_add_epi16(part, _mm512_set1_epi16(kPartBias));
-    const __m512i r = _mm512_add_epi16(part, _mm512_maddubs_epi16(bytePair512(0, kRedPart), uv));
-    const __m512i g = _mm512_add_epi16(part, _mm512_maddubs_epi16(bytePair512(kGreenPartU, kGreenPartV), uv));
-    const __m512i b = _mm512_add_epi16(part, _mm512_maddubs_epi16(bytePair512(kBluePart, 0), uv));
-    const __m512i v = _mm512_srai_epi16(uv, 8);
-    const __m512i uPlusV = _mm512_maddubs_epi16(bytePair512(1, 1), uv);
-    const __m512i twoU = _mm512_maddubs_epi16(bytePair512(2, 0), uv);
-    red = _mm512_add_epi16(_mm512_add_epi16(luma, v), _mm512_srai_epi16(r, kFractionBits));
-    green = _mm512_add_epi16(_mm512_sub_epi16(luma, uPlusV), _mm512_srai_epi16(g, kFractionBits));
-    blue = _mm512_add_epi16(_mm512_add_epi16(luma, twoU), _mm512_srai_epi16(b, kFractionBits));
+    luma = _mm512_add_epi16(luma, words512(kHalfLumaBias)); // wraps into range
+    const __m512i r = _mm512_add_epi16(_mm512_mulhi_epu16(highV, words512(kHalfRedGain)), words512(kHalfRedBias));
+    const __m512i g = _mm512_sub_epi16(
+        words512(kHalfExcess), _mm512_maddubs_epi16(bytePair512(kHalfGreenFromU, kHalfGreenFromV), chroma));
+    const __m512i b = _mm512_maddubs_epi16(bytePair512(kHalfBlueFromU, 0), chroma);
+    red = _mm512_srai_epi16(_mm512_adds_epi16(luma, r), kHalfBits);
+    green = _mm512_srai_epi16(_mm512_adds_epi16(luma, g), kHalfBits);
+    blue = _mm512_srai_epi16(
+        _mm512_adds_epi16(_mm512_adds_epi16(luma, b), _mm512_add_epi16(b, words512(kHalfExcess))), kHalfBits);
 }
 
 // Byte i of the pick: the luma (first 0) or chroma (first 1) byte pairs of
@@ -665,7 +698,7 @@ FRAMEHUB_AVX512 inline void halfPairsAvx512(const uint8_t* src, __m512i& yy, __m
     static constexpr PairPick lumas = pairsIndex(0), chroma = pairsIndex(1);
     const __m512i a = _mm512_loadu_si512(src), b = _mm512_loadu_si512(src + 64);
     yy = _mm512_permutex2var_epi8(a, _mm512_loadu_si512(lumas.b), b);
-    uv = _mm512_xor_si512(_mm512_permutex2var_epi8(a, _mm512_loadu_si512(chroma.b), b), _mm512_set1_epi8(-128));
+    uv = _mm512_permutex2var_epi8(a, _mm512_loadu_si512(chroma.b), b);
 }
 
 // A whole destination plane at a width ratio of 2: rows of 32-pixel blocks
