@@ -388,20 +388,6 @@ FRAMEHUB_AVX2 void hueRowAvx2(const uint8_t* __restrict src, uint8_t* __restrict
     hueRow<out>(src + step * i, dst + 2 * bytesPerPixel(out) * i, pairs - i, step);
 }
 
-// An opaque copy of a constant: the compiler keeps it in a register through
-// a loop instead of rebuilding it from an immediate at each use.
-FRAMEHUB_AVX512 inline __m256i pinned(__m256i v)
-{
-    __asm__("" : "+v"(v));
-    return v;
-}
-
-FRAMEHUB_AVX512 inline __m256 pinned(__m256 v)
-{
-    __asm__("" : "+v"(v));
-    return v;
-}
-
 // classifyAvx2 with the primaries as dot products (the bias as
 // accumulator), masks for the selections and a 14-bit reciprocal.
 struct ClassifierAvx512 {
@@ -410,22 +396,22 @@ struct ClassifierAvx512 {
     __m256 halfSextant, scaleF;
 
     FRAMEHUB_AVX512 ClassifierAvx512()
-        : redBias(pinned(_mm256_set1_epi32(kRedDenominatorBias)))
-        , greenBias(pinned(_mm256_set1_epi32(kGreenDenominatorBias)))
-        , blueBias(pinned(_mm256_set1_epi32(kBlueDenominatorBias)))
-        , redFactors(pinned(factors(0, kRedFromV)))
-        , greenFactors(pinned(factors(kHueGreenFromU, kHueGreenFromV)))
-        , blueFactors(pinned(factors(kBlueFromU, 0)))
-        , one(pinned(_mm256_set1_epi32(1)))
-        , belowBlue(pinned(_mm256_set1_epi32(-kHueSextant)))
-        , belowGreen(pinned(_mm256_set1_epi32(kHueSextant)))
-        , lumas(pinned(_mm256_set1_epi32(0x00FF00FF)))
-        , luma0(pinned(factors(kLumaGain, 0)))
-        , luma1(pinned(factors(0, kLumaGain)))
-        , scale(pinned(_mm256_set1_epi32(kSaturationScale)))
-        , halfSextant(pinned(_mm256_set1_ps(kHueSextant / 2.0f)))
+        : redBias(opaque(_mm256_set1_epi32(kRedDenominatorBias)))
+        , greenBias(opaque(_mm256_set1_epi32(kGreenDenominatorBias)))
+        , blueBias(opaque(_mm256_set1_epi32(kBlueDenominatorBias)))
+        , redFactors(opaque(factors(0, kRedFromV)))
+        , greenFactors(opaque(factors(kHueGreenFromU, kHueGreenFromV)))
+        , blueFactors(opaque(factors(kBlueFromU, 0)))
+        , one(opaque(_mm256_set1_epi32(1)))
+        , belowBlue(opaque(_mm256_set1_epi32(-kHueSextant)))
+        , belowGreen(opaque(_mm256_set1_epi32(kHueSextant)))
+        , lumas(opaque(_mm256_set1_epi32(0x00FF00FF)))
+        , luma0(opaque(factors(kLumaGain, 0)))
+        , luma1(opaque(factors(0, kLumaGain)))
+        , scale(opaque(_mm256_set1_epi32(kSaturationScale)))
+        , halfSextant(opaque(_mm256_set1_ps(kHueSextant / 2.0f)))
         // The numerator scaled up as in saturationAvx2.
-        , scaleF(pinned(_mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024))))
+        , scaleF(opaque(_mm256_set1_ps(kSaturationScale * (1.0f + 1.0f / 1024))))
     {
     }
 
@@ -538,9 +524,9 @@ struct WheelAvx512 {
     __m256i one, sextantScale, longSextant;
 
     FRAMEHUB_AVX512 WheelAvx512()
-        : one(pinned(_mm256_set1_epi16(1)))
-        , sextantScale(pinned(_mm256_set1_epi16(kSextantReciprocal)))
-        , longSextant(pinned(_mm256_set1_epi16(253)))
+        : one(opaque(_mm256_set1_epi16(1)))
+        , sextantScale(opaque(_mm256_set1_epi16(kSextantReciprocal)))
+        , longSextant(opaque(_mm256_set1_epi16(253)))
     {
     }
 

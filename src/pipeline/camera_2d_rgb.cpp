@@ -208,14 +208,6 @@ constexpr int32_t kBluePart = kBlueFromU - 2 * kWhole; // 4
 // green sum within int16.
 constexpr int32_t kPartBias = -kLumaPart * kLumaBlack - kLumaBlack * kWhole;
 
-// A constant the compiler cannot see through: it would turn one multiply
-// into five shifts and adds.
-FRAMEHUB_AVX2 inline __m256i opaque(__m256i v)
-{
-    __asm__("" : "+x"(v));
-    return v;
-}
-
 // Multiply-add factors for the byte pairs of every 16-bit lane.
 FRAMEHUB_AVX2 inline __m256i bytePair(int low, int high)
 {
@@ -638,14 +630,6 @@ FRAMEHUB_AVX512 inline __m512i bytePair512(int low, int high)
 
 FRAMEHUB_AVX512 inline __m512i words512(int32_t value) { return _mm512_set1_epi16(static_cast<int16_t>(value)); }
 
-// A constant the compiler cannot see through: it would turn one multiply
-// into shifts and adds.
-FRAMEHUB_AVX512 inline __m512i opaque512(__m512i v)
-{
-    __asm__("" : "+v"(v));
-    return v;
-}
-
 // The three channels of 32 pixels from their lumas (Y0, Y1 in the byte pairs
 // of yy) and chroma (U, V in those of uv), clamped below by the packs.
 template <Output out>
@@ -658,7 +642,7 @@ FRAMEHUB_AVX512 inline void halfChannels512(__m512i yy, __m512i uv, __m512i& red
         // h + 16, rounding up below 32 with a masked average.
         const __mmask32 dark = _mm512_cmplt_epu16_mask(sum, words512(2 * kLumaBlack));
         const __m512i half = _mm512_mask_avg_epu16(_mm512_srli_epi16(sum, 1), dark, sum, _mm512_setzero_si512());
-        luma = _mm512_mullo_epi16(half, opaque512(words512(kHalfLumaGain)));
+        luma = _mm512_mullo_epi16(half, opaque(words512(kHalfLumaGain)));
         highV = _mm512_and_si512(uv, words512(0xFF00));
     } else {
         luma = _mm512_mulhi_epu16(_mm512_slli_epi16(sum, kHalfBits), words512(kHalfBgrLumaGain));

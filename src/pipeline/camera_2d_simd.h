@@ -91,6 +91,28 @@ constexpr ByteMask halvesMask(const int (&word)[4], int low, int high)
     return m;
 }
 
+// A constant the compiler cannot see through: it stays in one register
+// through a loop instead of being rebuilt at each use, and a multiply by it
+// is not turned into shifts and adds. One overload a vector type, as each
+// needs the target that has it.
+FRAMEHUB_AVX2 inline __m256i opaque(__m256i v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
+FRAMEHUB_AVX2 inline __m256 opaque(__m256 v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
+FRAMEHUB_AVX512 inline __m512i opaque(__m512i v)
+{
+    __asm__("" : "+v"(v));
+    return v;
+}
+
 // Multiply-add factors for the two halves of every 32-bit word.
 FRAMEHUB_AVX2 inline __m256i factors(int16_t low, int16_t high)
 {
