@@ -37,11 +37,15 @@ namespace {
 
 using namespace Kelmo::FrameHub;
 
+// Longer than a string's inline storage, so that a copy of it per frame
+// would be counted.
+const char kCamera[] = "front_stereo_left_camera";
+
 class SteadyState : public ::testing::Test {
 protected:
     ManualClock clock;
-    FrameHub hub { { simulator2D("front") } };
-    const std::string rgb = hub.subscribeCamera("rgb", "front", Resolution(640, 480), COLORSPACE_RGB_888, 30);
+    FrameHub hub { { simulator2D(kCamera) } };
+    const std::string rgb = hub.subscribeCamera("rgb", kCamera, Resolution(640, 480), COLORSPACE_RGB_888, 30);
     std::vector<uint8_t> frame = rgbFrame(640, 480, 1);
 };
 
@@ -49,11 +53,11 @@ protected:
 // and the store have their blocks, nothing allocates pixels any more.
 TEST_F(SteadyState, NoPixelBlockIsAllocated)
 {
-    const std::string y = hub.subscribeCamera("y", "front", Resolution(320, 240), COLORSPACE_Y_8, 15);
-    const std::string raw = hub.subscribeCamera("raw", "front", Resolution(640, 480), COLORSPACE_YUV_422, 30);
+    const std::string y = hub.subscribeCamera("y", kCamera, Resolution(320, 240), COLORSPACE_Y_8, 15);
+    const std::string raw = hub.subscribeCamera("raw", kCamera, Resolution(640, 480), COLORSPACE_YUV_422, 30);
     auto cycle = [&] {
         clock.advanceMs(100);
-        ASSERT_TRUE(hub.putImage("front", Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
+        ASSERT_TRUE(hub.putImage(kCamera, Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
         for (const std::string& name : { rgb, y }) {
             ASSERT_TRUE(hub.getImage(name)) << name;
             ASSERT_TRUE(hub.releaseImage(name));
@@ -71,20 +75,25 @@ TEST_F(SteadyState, NoPixelBlockIsAllocated)
 }
 
 // The per-frame path of a client served from the cache: once warm, a fetch
-// and its release allocate nothing at all.
+// and its release allocate nothing at all, whether the client named its
+// camera or asked for the default one.
 TEST_F(SteadyState, CachedHandOutAllocatesNothing)
 {
-    ASSERT_TRUE(hub.putImage("front", Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
-    ASSERT_TRUE(hub.getImage(rgb));
-    ASSERT_TRUE(hub.releaseImage(rgb));
-    const long warm = allocations.load();
-    for (int i = 0; i < 100; ++i) {
-        FrameHub::Buffer image = hub.getImage(rgb);
-        ASSERT_TRUE(image);
-        image.reset();
-        ASSERT_TRUE(hub.releaseImage(rgb));
+    const std::string byAlias
+        = hub.subscribeCamera("rgbDefault", "Default", Resolution(640, 480), COLORSPACE_RGB_888, 30);
+    ASSERT_TRUE(hub.putImage(kCamera, Resolution(640, 480), COLORSPACE_RGB_888, frame.data()));
+    for (const std::string& name : { rgb, byAlias }) {
+        ASSERT_TRUE(hub.getImage(name)) << name;
+        ASSERT_TRUE(hub.releaseImage(name));
+        const long warm = allocations.load();
+        for (int i = 0; i < 100; ++i) {
+            FrameHub::Buffer image = hub.getImage(name);
+            ASSERT_TRUE(image);
+            image.reset();
+            ASSERT_TRUE(hub.releaseImage(name));
+        }
+        EXPECT_EQ(allocations.load(), warm) << name;
     }
-    EXPECT_EQ(allocations.load(), warm);
 }
 
 } // namespace

@@ -76,6 +76,17 @@ std::string FrameHubPrivate::_getRealCameraName(const std::string& cameraName) c
     return isDefaultAlias(cameraName) ? getDefaultActiveCamera() : cameraName;
 }
 
+const std::string& FrameHubPrivate::_realCameraNameOf(Subscriber& subscriber) const
+{
+    const std::string& listed = subscriber.getActiveCameraList().at(0);
+    if (!isDefaultAlias(listed))
+        return listed;
+    std::string& target = subscriber.aliasTarget();
+    std::lock_guard<std::mutex> lock(_defaultActiveCameraMutex);
+    target.assign(_defaultActiveCamera);
+    return target;
+}
+
 const FrameHubPrivate::CameraMap& FrameHubPrivate::_cameraRegistry() const
 {
     return *_cameras.load(std::memory_order_acquire);
@@ -86,6 +97,16 @@ Camera* FrameHubPrivate::_camera(const std::string& cameraName) const
     const CameraMap& cameras = _cameraRegistry();
     const CameraMap::const_iterator found = cameras.find(cameraName);
     return found == cameras.end() ? nullptr : found->second.get();
+}
+
+Camera* FrameHubPrivate::_cameraOf(Subscriber& subscriber, const std::string& cameraName) const
+{
+    Camera* camera = subscriber.knownCamera(cameraName);
+    if (!camera) {
+        camera = _camera(cameraName);
+        subscriber.rememberCamera(cameraName, camera);
+    }
+    return camera;
 }
 
 Camera* FrameHubPrivate::_findCamera(const std::string& cameraName) const

@@ -159,6 +159,9 @@ private:
 
     // The helpers run with the right lock already held and take none.
     std::string _getRealCameraName(const std::string& cameraName) const;
+    // The same for a mono-stream subscriber's camera, without building a
+    // string: the listed name itself, or the alias's target in the record.
+    const std::string& _realCameraNameOf(Subscriber& subscriber) const;
     // _defaultActiveCamera is read outside _subscribersMutex (pass-through,
     // getDefaultActiveCamera), so it has a small lock of its own.
     void _setDefaultActiveCamera(const std::string& cameraName);
@@ -191,6 +194,8 @@ private:
         const std::string& name, Camera* camera, CameraPreferences& request, const char* function) const;
     // The camera behind a name, null when it is not registered. No record.
     Camera* _camera(const std::string& cameraName) const;
+    // The same through the subscriber's memo, for the per-frame path.
+    Camera* _cameraOf(Subscriber& subscriber, const std::string& cameraName) const;
 
     Buffer _getImage(const SubscriberPtr& subscriber);
     bool _releaseImage(const SubscriberPtr& subscriber);

@@ -93,10 +93,12 @@ FrameHubPrivate::Buffer FrameHubPrivate::_getMonoImage(
 {
     if (!_isNotProcessing(*subscriber))
         return Buffer();
-    const std::string realName = _getRealCameraName(subscriber->getActiveCameraList().at(0));
-    Camera* const camera = _findCamera(realName);
-    if (!camera)
-        return Buffer(); // an alias with no camera registered
+    const std::string& realName = _realCameraNameOf(*subscriber);
+    Camera* const camera = _cameraOf(*subscriber, realName);
+    if (!camera) {
+        _checkIsCameraIdValid(realName); // its record: an alias with no camera registered
+        return Buffer();
+    }
     boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(realName);
     if (!preferences) {
         FRAMEHUB_LOG_AS(LEVEL_WARNING, worker)
@@ -123,7 +125,7 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getImages(const Subscribe
         return std::vector<Buffer>();
     std::vector<Buffer> result;
     for (const std::string& cameraName : subscriber->getActiveCameraList()) {
-        Camera* const camera = _camera(cameraName);
+        Camera* const camera = _cameraOf(*subscriber, cameraName);
         if (!camera) { // listed cameras are registered; kept safe all the same
             result.push_back(Buffer());
             continue;
@@ -152,7 +154,7 @@ std::vector<FrameHubPrivate::Buffer> FrameHubPrivate::_getDirectRawImages(const 
     for (const std::string& cameraName : subscriber->getActiveCameraList()) {
         boost::shared_ptr<CameraPreferences> preferences = subscriber->getCameraPreferences(cameraName);
         // Every listed camera has a request on file; no repair on this path.
-        Camera* const camera = _camera(cameraName);
+        Camera* const camera = _cameraOf(*subscriber, cameraName);
         Buffer buffer = preferences && camera ? camera->getDirectRawImageBuffer(*preferences) : Buffer();
         if (buffer)
             subscriber->setImageBuffer(cameraName, buffer);
@@ -165,7 +167,7 @@ bool FrameHubPrivate::_releaseHeld(const SubscriberPtr& subscriber, std::vector<
 {
     bool all = true;
     for (const auto& entry : subscriber->getImageBufferMap()) {
-        Camera* const camera = _camera(entry.first);
+        Camera* const camera = _cameraOf(*subscriber, entry.first);
         const bool released = camera && camera->releaseImageBuffer(entry.second);
         all = all && released;
         if (results)

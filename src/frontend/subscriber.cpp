@@ -80,6 +80,22 @@ void Subscriber::clearImageBuffers()
     _imageBufferMap.clear();
 }
 
+Camera* Subscriber::knownCamera(const std::string& name) const
+{
+    for (const auto& known : _knownCameras)
+        if (known.first == name)
+            return known.second;
+    return nullptr;
+}
+
+void Subscriber::rememberCamera(const std::string& name, Camera* camera)
+{
+    if (camera && !knownCamera(name))
+        _knownCameras.emplace_back(name, camera);
+}
+
+std::string& Subscriber::aliasTarget() { return _aliasTarget; }
+
 Subscriber::CameraPreferencesMap& Subscriber::getCameraPreferencesMap() { return _cameraPreferencesMap; }
 Subscriber::ImageBufferMap& Subscriber::getImageBufferMap() { return _imageBufferMap; }
 

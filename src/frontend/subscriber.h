@@ -8,10 +8,13 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Kelmo {
 namespace FrameHub {
+
+class Camera;
 
 // The record of one subscription: plain store, no lock, no policy. One
 // thread drives one subscriber at a time.
@@ -45,6 +48,14 @@ public:
     // hand-out, so that a steady fetch and release allocate nothing.
     void clearImageBuffers();
 
+    // Cameras never leave the hub, so one found by name can be kept: the
+    // per-frame path then skips the registry's look-up. Null when not kept.
+    Camera* knownCamera(const std::string& name) const;
+    void rememberCamera(const std::string& name, Camera* camera);
+    // Where the per-frame path copies the default camera's name when it
+    // resolves the alias; the string keeps its storage from frame to frame.
+    std::string& aliasTarget();
+
 private:
     std::string _name;
     bool _isMultiStream;
@@ -52,6 +63,8 @@ private:
     CameraPreferencesMap _cameraPreferencesMap;
     ImageBufferMap _imageBufferMap;
     ImageBufferMap::node_type _spareImageBufferNode;
+    std::vector<std::pair<std::string, Camera*>> _knownCameras;
+    std::string _aliasTarget;
     int _frameRate;
 };
 
