@@ -2,10 +2,16 @@
 #include <framehub/camera_preferences.h>
 #include <framehub/frame_hub_type.h>
 
+#include "types/locks.h"
+
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <limits>
+#include <memory>
 #include <set>
+#include <thread>
 
 using namespace Kelmo::FrameHub;
 
@@ -93,6 +99,41 @@ TEST(Vocabulary, PreferencesAndCameraInfoDefaults)
     EXPECT_EQ(info.fieldOfView.horizontal, 0.0f);
     EXPECT_FALSE(info.horizontalFlip || info.verticalFlip);
     EXPECT_TRUE(info.resolutions.empty() && info.colorSpaces.empty() && info.frameRates.empty());
+}
+
+// The hub's locks try before they block; a writer that waits must still
+// keep new readers out, or a stream of readers would starve it.
+TEST(Locks, WaitingWriterKeepsNewReadersOut)
+{
+    boost::shared_mutex mutex;
+    std::unique_ptr<SharedLock> first(new SharedLock(mutex));
+    std::atomic<bool> wrote { false };
+    std::atomic<bool> read { false };
+    std::thread writer([&] {
+        ExclusiveLock lock(mutex);
+        wrote = true;
+    });
+    // The writer is waiting once a reader can no longer get in.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    bool waiting = false;
+    while (!waiting && std::chrono::steady_clock::now() < deadline) {
+        waiting = !mutex.try_lock_shared();
+        if (!waiting)
+            mutex.unlock_shared();
+        std::this_thread::yield();
+    }
+    std::thread reader([&] {
+        SharedLock lock(mutex);
+        read = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const bool readPastWriter = read;
+    first.reset();
+    writer.join();
+    reader.join();
+    EXPECT_TRUE(waiting);
+    EXPECT_FALSE(readPastWriter);
+    EXPECT_TRUE(wrote && read);
 }
 
 } // namespace

@@ -8,10 +8,35 @@ namespace Kelmo {
 namespace FrameHub {
 
 // The scoped lock types of the hub and the cameras, all on boost::shared_mutex.
-typedef boost::shared_lock<boost::shared_mutex> SharedLock;
+//
+// Boost's blocking acquisitions first switch thread interruption off, which
+// looks up the thread's record each time: a quarter of a cached hand-out. An
+// acquisition that does not have to wait is the same without that, so the
+// shared and exclusive locks try first and block only when they must. The
+// try tests the same condition the blocking call waits for, so waiting
+// writers still keep new readers out.
+class SharedLock : public boost::shared_lock<boost::shared_mutex> {
+public:
+    explicit SharedLock(boost::shared_mutex& mutex)
+        : boost::shared_lock<boost::shared_mutex>(mutex, boost::try_to_lock)
+    {
+        if (!owns_lock())
+            lock();
+    }
+};
+
+class ExclusiveLock : public boost::unique_lock<boost::shared_mutex> {
+public:
+    explicit ExclusiveLock(boost::shared_mutex& mutex)
+        : boost::unique_lock<boost::shared_mutex>(mutex, boost::try_to_lock)
+    {
+        if (!owns_lock())
+            lock();
+    }
+};
+
 typedef boost::upgrade_lock<boost::shared_mutex> UpgradeLock;
 typedef boost::upgrade_to_unique_lock<boost::shared_mutex> RaisedLock;
-typedef boost::unique_lock<boost::shared_mutex> ExclusiveLock;
 
 } // namespace FrameHub
 } // namespace Kelmo
