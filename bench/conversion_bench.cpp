@@ -262,10 +262,16 @@ void printBoth(const bench::Collector& collector)
 
 } // namespace
 
-// FRAMEHUB_BENCH_AVX2=1 times the AVX2 kernels where the CPU has faster ones.
+// FRAMEHUB_BENCH_AVX2=1 times the AVX2 kernels where the CPU has faster ones;
+// empty or 0 leaves the choice to the CPU.
 int main(int argc, char** argv)
 {
-    if (std::getenv("FRAMEHUB_BENCH_AVX2"))
-        Kelmo::FrameHub::simd::setAvx512Enabled(false);
+    const char* avx2 = std::getenv("FRAMEHUB_BENCH_AVX2");
+    const bool avx2Only = avx2 && *avx2 && std::strcmp(avx2, "0") != 0;
+    using namespace Kelmo::FrameHub::simd;
+    if (avx2Only)
+        setAvx512Enabled(false);
+    // On the error stream, so that the machine-readable formats stay clean.
+    std::fprintf(stderr, "Vector kernels: %s\n", !enabled() ? "none" : avx512Enabled() ? "AVX-512" : "AVX2");
     return bench::runWithSummary(argc, argv, &registerAll, &printBoth);
 }
