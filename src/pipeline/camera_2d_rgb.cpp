@@ -191,22 +191,34 @@ FRAMEHUB_AVX2 Size downscaleBlocks(const uint8_t* __restrict src, uint8_t* __res
     return k;
 }
 
-// A width ratio of 2 in 16-bit lanes, sixteen pixels an operation. The
-// products have 8 fractional bits; whole multiples of 256 are taken out of
-// each sum before the shift and added after it, so that what is left fits 16
-// bits and the arithmetic shift still floors exactly: 298 h = 256 h + 42 h,
-// 409 v = 256 v + 153 v, -100 u - 208 v = -256 (u + v) + 156 u + 48 v and
-// 516 u = 512 u + 4 u. Checked for every input against downscaleRow.
-constexpr int32_t kWhole = 1 << kFractionBits;
-constexpr int32_t kLumaPart = kLumaGain - kWhole; // 42
-constexpr int32_t kRedPart = kRedFromV - kWhole; // 153
-constexpr int32_t kGreenPartU = kGreenFromU + kWhole; // 156
-constexpr int32_t kGreenPartV = kGreenFromV + kWhole; // 48
-constexpr int32_t kBluePart = kBlueFromU - 2 * kWhole; // 4
-// The luma enters as h + 16 (0 to 255), and the sums take out 16 whole
-// units more, given back by adding h + 16 rather than h: that keeps the
-// green sum within int16.
-constexpr int32_t kPartBias = -kLumaPart * kLumaBlack - kLumaBlack * kWhole;
+// A width ratio of 2 in 16-bit lanes, sixteen pixels an operation in AVX2
+// and 32 in AVX-512. Each sum is halved once, to 7 fractional bits, where
+// every term is still whole, and then lives in int16 with saturating adds,
+// which clamp as finish does. For RGB the luma term is
+// 149 h (h the truncated half of Y0 + Y1 - 32); for BGR, whose luma term
+// 149 (Y0 + Y1 - 32) may be odd, it is floored, which is exact for green and
+// blue (their chroma terms are whole) and for red once half a unit is given
+// back where both the luma sum and V are odd. The terms and their ranges:
+//   luma  149 h - kHalfExcess                  -5228 ... 32767 (BGR)
+//   red   floor(204.5 v) + kHalfExcess        -23332 ... 28815
+//   green kHalfExcess - (50 u + 104 v)        -16714 ... 22556
+//   blue  129 u, then 129 u + kHalfExcess     twice, as 258 u overflows int16
+// kHalfExcess is what 149 h exceeds int16 by at h = 239. Blue adds its
+// unbiased half first: that partial sum can only saturate upwards when u is
+// positive, so the second half never undoes a saturation. Checked for every
+// input against downscaleRow.
+constexpr int kHalfBits = kFractionBits - 1;
+constexpr int32_t kHalfExcess = kHalfLumaGain * 239 - 32767; // 2844
+constexpr int32_t kHalfLumaBias = -kHalfLumaGain * kLumaBlack - kHalfExcess;
+constexpr int32_t kHalfRedGain = kRedFromV << kHalfBits; // times 256 V, high half: 204.5 V
+constexpr int32_t kHalfRedBias = -kRedFromV * kChromaZero / 2 + kHalfExcess;
+constexpr int32_t kHalfBgrLumaGain = kHalfLumaGain << kFractionBits; // times 128 sum, high half: 74.5 sum
+constexpr int32_t kHalfGreenFromU = -kGreenFromU / 2, kHalfGreenFromV = -kGreenFromV / 2; // 50, 104
+constexpr int32_t kHalfBlueFromU = kBlueFromU / 4; // 129, added twice
+static_assert(kHalfExcess == 2844 && kHalfRedGain < 65536 && kHalfBgrLumaGain < 65536, "16-bit factors");
+static_assert(2 * kHalfGreenFromU == -kGreenFromU && 2 * kHalfGreenFromV == -kGreenFromV
+        && 4 * kHalfBlueFromU == kBlueFromU && kRedFromV * kChromaZero % 2 == 0,
+    "whole halves");
 
 // Multiply-add factors for the byte pairs of every 16-bit lane.
 FRAMEHUB_AVX2 inline __m256i bytePair(int low, int high)
@@ -214,42 +226,41 @@ FRAMEHUB_AVX2 inline __m256i bytePair(int low, int high)
     return _mm256_set1_epi16(static_cast<int16_t>((high & 0xFF) << 8 | (low & 0xFF)));
 }
 
-// Sixteen pixels from their lumas (Y0, Y1 in the byte pairs of yy) and
-// chroma (U - 128, V - 128 in those of uv), not yet clamped.
+FRAMEHUB_AVX2 inline __m256i words(int32_t value) { return _mm256_set1_epi16(static_cast<int16_t>(value)); }
+
+// The three channels of sixteen pixels from their lumas (Y0, Y1 in the byte
+// pairs of yy) and chroma (U, V in those of uv), clamped below by the packs.
+// The terms and their order are those of halfChannels512, with the masked
+// operations spelled out.
 template <Output out>
 FRAMEHUB_AVX2 inline void halfChannels(__m256i yy, __m256i uv, __m256i& red, __m256i& green, __m256i& blue)
 {
     const __m256i sum = _mm256_maddubs_epi16(yy, bytePair(1, 1)); // Y0 + Y1
-    __m256i luma, part;
+    const __m256i chroma = _mm256_xor_si256(uv, words(0x8080)); // U - 128, V - 128
+    __m256i luma, highV = _mm256_and_si256(uv, words(0xFF00));
     if constexpr (out == OUT_RGB) {
-        // trunc((sum - 32) / 2) + 16: below 32 the halving rounds up. The
-        // average with all ones (at 32 and above) halves down and sets the
-        // top bit, which only the low byte, all that is needed, escapes.
-        const __m256i bright = _mm256_cmpgt_epi16(sum, _mm256_set1_epi16(2 * kLumaBlack - 1));
-        const __m256i halved = _mm256_avg_epu16(sum, bright);
-        luma = _mm256_and_si256(halved, _mm256_set1_epi16(0xFF));
-        part = _mm256_maddubs_epi16(halved, bytePair(kLumaPart, 0));
+        // h + 16, rounding up below 32: the average with all ones (at 32 and
+        // above) halves down and sets the top bit, which the mask clears.
+        const __m256i bright = _mm256_cmpgt_epi16(sum, words(2 * kLumaBlack - 1));
+        const __m256i half = _mm256_and_si256(_mm256_avg_epu16(sum, bright), words(0xFF));
+        luma = _mm256_mullo_epi16(half, opaque(words(kHalfLumaGain)));
     } else {
-        // 149 sum - 256 (sum >> 1) = 42 (sum >> 1) + 149 (sum & 1), modulo 2^16.
-        luma = _mm256_srli_epi16(sum, 1);
-        part = _mm256_sub_epi16(
-            _mm256_mullo_epi16(sum, opaque(_mm256_set1_epi16(kHalfLumaGain))), _mm256_slli_epi16(luma, kFractionBits));
+        luma = _mm256_mulhi_epu16(_mm256_slli_epi16(sum, kHalfBits), words(kHalfBgrLumaGain));
+        highV = _mm256_or_si256(highV, _mm256_and_si256(sum, words(1)));
     }
-    part = _mm256_add_epi16(part, _mm256_set1_epi16(kPartBias));
-    // Coefficients unsigned, chroma signed: maddubs takes them in that order.
-    const __m256i r = _mm256_add_epi16(part, _mm256_maddubs_epi16(bytePair(0, kRedPart), uv));
-    const __m256i g = _mm256_add_epi16(part, _mm256_maddubs_epi16(bytePair(kGreenPartU, kGreenPartV), uv));
-    const __m256i b = _mm256_add_epi16(part, _mm256_maddubs_epi16(bytePair(kBluePart, 0), uv));
-    const __m256i v = _mm256_srai_epi16(uv, 8); // a shift: the multiply pipes are the busier
-    const __m256i uPlusV = _mm256_maddubs_epi16(bytePair(1, 1), uv);
-    const __m256i twoU = _mm256_maddubs_epi16(bytePair(2, 0), uv);
-    red = _mm256_add_epi16(_mm256_add_epi16(luma, v), _mm256_srai_epi16(r, kFractionBits));
-    green = _mm256_add_epi16(_mm256_sub_epi16(luma, uPlusV), _mm256_srai_epi16(g, kFractionBits));
-    blue = _mm256_add_epi16(_mm256_add_epi16(luma, twoU), _mm256_srai_epi16(b, kFractionBits));
+    luma = _mm256_add_epi16(luma, words(kHalfLumaBias)); // wraps into range
+    const __m256i r = _mm256_add_epi16(_mm256_mulhi_epu16(highV, words(kHalfRedGain)), words(kHalfRedBias));
+    const __m256i g = _mm256_sub_epi16(
+        words(kHalfExcess), _mm256_maddubs_epi16(bytePair(kHalfGreenFromU, kHalfGreenFromV), chroma));
+    const __m256i b = _mm256_maddubs_epi16(bytePair(kHalfBlueFromU, 0), chroma);
+    red = _mm256_srai_epi16(_mm256_adds_epi16(luma, r), kHalfBits);
+    green = _mm256_srai_epi16(_mm256_adds_epi16(luma, g), kHalfBits);
+    blue = _mm256_srai_epi16(
+        _mm256_adds_epi16(_mm256_adds_epi16(luma, b), _mm256_add_epi16(b, words(kHalfExcess))), kHalfBits);
 }
 
-// Sixteen macro-pixels from 64 bytes as byte pairs: lumas in yy, chroma
-// less 128 in uv; lane 0 pixels 0-7, lane 1 pixels 8-15, so that each lane
+// Sixteen macro-pixels from 64 bytes as byte pairs: lumas in yy, chroma in
+// uv; lane 0 pixels 0-7, lane 1 pixels 8-15, so that each lane
 // fills a contiguous run of the destination.
 FRAMEHUB_AVX2 inline void halfPairs(const uint8_t* src, __m256i& yy, __m256i& uv)
 {
@@ -260,7 +271,7 @@ FRAMEHUB_AVX2 inline void halfPairs(const uint8_t* src, __m256i& yy, __m256i& uv
         0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15, 0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
     const __m256i sa = _mm256_shuffle_epi8(a, split), sb = _mm256_shuffle_epi8(b, split);
     yy = _mm256_unpacklo_epi64(sa, sb);
-    uv = _mm256_xor_si256(_mm256_unpackhi_epi64(sa, sb), _mm256_set1_epi8(-128));
+    uv = _mm256_unpackhi_epi64(sa, sb);
 }
 
 // Output bytes 0-15 (head) or 16-23 (tail) of each lane's eight pixels, red
@@ -593,35 +604,6 @@ FRAMEHUB_AVX512 void wideRowAvx512(const uint8_t* __restrict src, uint8_t* __res
     }
     wideRow<out>(src + 4 * i, dst + 6 * i, pairs - i);
 }
-
-// A width ratio of 2 on 32 pixels a block, in 512-bit registers, with
-// fewer operations than halfChannels: each sum is halved once, to 7
-// fractional bits, where every term is still whole, and then lives in int16
-// with saturating adds, which clamp as finish does. For RGB the luma term is
-// 149 h (h the truncated half of Y0 + Y1 - 32); for BGR, whose luma term
-// 149 (Y0 + Y1 - 32) may be odd, it is floored, which is exact for green and
-// blue (their chroma terms are whole) and for red once half a unit is given
-// back where both the luma sum and V are odd. The terms and their ranges:
-//   luma  149 h - kHalfExcess                  -5228 ... 32767 (BGR)
-//   red   floor(204.5 v) + kHalfExcess        -23332 ... 28815
-//   green kHalfExcess - (50 u + 104 v)        -16714 ... 22556
-//   blue  129 u, then 129 u + kHalfExcess     twice, as 258 u overflows int16
-// kHalfExcess is what 149 h exceeds int16 by at h = 239. Blue adds its
-// unbiased half first: that partial sum can only saturate upwards when u is
-// positive, so the second half never undoes a saturation. Checked for every
-// input against downscaleRow.
-constexpr int kHalfBits = kFractionBits - 1;
-constexpr int32_t kHalfExcess = kHalfLumaGain * 239 - 32767; // 2844
-constexpr int32_t kHalfLumaBias = -kHalfLumaGain * kLumaBlack - kHalfExcess;
-constexpr int32_t kHalfRedGain = kRedFromV << kHalfBits; // times 256 V, high half: 204.5 V
-constexpr int32_t kHalfRedBias = -kRedFromV * kChromaZero / 2 + kHalfExcess;
-constexpr int32_t kHalfBgrLumaGain = kHalfLumaGain << kFractionBits; // times 128 sum, high half: 74.5 sum
-constexpr int32_t kHalfGreenFromU = -kGreenFromU / 2, kHalfGreenFromV = -kGreenFromV / 2; // 50, 104
-constexpr int32_t kHalfBlueFromU = kBlueFromU / 4; // 129, added twice
-static_assert(kHalfExcess == 2844 && kHalfRedGain < 65536 && kHalfBgrLumaGain < 65536, "16-bit factors");
-static_assert(2 * kHalfGreenFromU == -kGreenFromU && 2 * kHalfGreenFromV == -kGreenFromV
-        && 4 * kHalfBlueFromU == kBlueFromU && kRedFromV * kChromaZero % 2 == 0,
-    "whole halves");
 
 FRAMEHUB_AVX512 inline __m512i bytePair512(int low, int high)
 {
