@@ -24,6 +24,10 @@ class FrameHubPrivate;
 // must be released by the same name; a failure is a neutral value (false,
 // empty, null, a sentinel) and a log record, never an exception, apart from
 // Kelmo::KelmoError for a camera description the library can't build.
+//
+// Every call may come from any thread. One subscriber name is driven by one
+// thread at a time: the calls made with a given name are not serialised
+// against each other.
 class FrameHub {
 public:
     typedef boost::shared_ptr<ImageBuffer> Buffer;

@@ -81,10 +81,8 @@ const std::string& FrameHubPrivate::_realCameraNameOf(Subscriber& subscriber) co
     const std::string& listed = subscriber.getActiveCameraList().at(0);
     if (!isDefaultAlias(listed))
         return listed;
-    std::string& target = subscriber.aliasTarget();
     std::lock_guard<std::mutex> lock(_defaultActiveCameraMutex);
-    target.assign(_defaultActiveCamera);
-    return target;
+    return subscriber.resolveAlias(_defaultActiveCamera);
 }
 
 const FrameHubPrivate::CameraMap& FrameHubPrivate::_cameraRegistry() const

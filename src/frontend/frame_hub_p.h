@@ -157,7 +157,7 @@ private:
     typedef boost::shared_ptr<Camera> CameraPtr;
     typedef std::map<std::string, CameraPtr> CameraMap;
 
-    // The helpers run with the right lock already held and take none.
+    // The helpers run with the right hub lock already held and take no hub lock.
     std::string _getRealCameraName(const std::string& cameraName) const;
     // The same for a mono-stream subscriber's camera, without building a
     // string: the listed name itself, or the alias's target in the record.

@@ -94,7 +94,11 @@ void Subscriber::rememberCamera(const std::string& name, Camera* camera)
         _knownCameras.emplace_back(name, camera);
 }
 
-std::string& Subscriber::aliasTarget() { return _aliasTarget; }
+const std::string& Subscriber::resolveAlias(const std::string& target)
+{
+    _aliasTarget.assign(target);
+    return _aliasTarget;
+}
 
 Subscriber::CameraPreferencesMap& Subscriber::getCameraPreferencesMap() { return _cameraPreferencesMap; }
 Subscriber::ImageBufferMap& Subscriber::getImageBufferMap() { return _imageBufferMap; }

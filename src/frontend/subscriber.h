@@ -52,9 +52,9 @@ public:
     // per-frame path then skips the registry's look-up. Null when not kept.
     Camera* knownCamera(const std::string& name) const;
     void rememberCamera(const std::string& name, Camera* camera);
-    // Where the per-frame path copies the default camera's name when it
-    // resolves the alias; the string keeps its storage from frame to frame.
-    std::string& aliasTarget();
+    // The default camera's name as the per-frame path last resolved the
+    // alias: kept here so that its storage serves from frame to frame.
+    const std::string& resolveAlias(const std::string& target);
 
 private:
     std::string _name;
