@@ -99,11 +99,11 @@ Camera* FrameHubPrivate::_camera(const std::string& cameraName) const
 
 Camera* FrameHubPrivate::_cameraOf(Subscriber& subscriber, const std::string& cameraName) const
 {
-    Camera* camera = subscriber.knownCamera(cameraName);
-    if (!camera) {
-        camera = _camera(cameraName);
+    if (Camera* const known = subscriber.knownCamera(cameraName))
+        return known;
+    Camera* const camera = _camera(cameraName);
+    if (camera)
         subscriber.rememberCamera(cameraName, camera);
-    }
     return camera;
 }
 

@@ -88,11 +88,7 @@ Camera* Subscriber::knownCamera(const std::string& name) const
     return nullptr;
 }
 
-void Subscriber::rememberCamera(const std::string& name, Camera* camera)
-{
-    if (camera && !knownCamera(name))
-        _knownCameras.emplace_back(name, camera);
-}
+void Subscriber::rememberCamera(const std::string& name, Camera* camera) { _knownCameras.emplace_back(name, camera); }
 
 const std::string& Subscriber::resolveAlias(const std::string& target)
 {

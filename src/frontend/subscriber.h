@@ -49,7 +49,8 @@ public:
     void clearImageBuffers();
 
     // Cameras never leave the hub, so one found by name can be kept: the
-    // per-frame path then skips the registry's look-up. Null when not kept.
+    // per-frame path then skips the registry's look-up. Null when not kept;
+    // a camera is remembered once, after knownCamera missed it.
     Camera* knownCamera(const std::string& name) const;
     void rememberCamera(const std::string& name, Camera* camera);
     // The default camera's name as the per-frame path last resolved the

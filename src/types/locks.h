@@ -16,26 +16,18 @@ namespace FrameHub {
 // shared and exclusive locks try first and block only when they must. The
 // try tests the same condition the blocking call waits for, so waiting
 // writers still keep new readers out.
-class SharedLock : public boost::shared_lock<boost::shared_mutex> {
+template <typename BoostLock> class TryFirstLock : public BoostLock {
 public:
-    explicit SharedLock(boost::shared_mutex& mutex)
-        : boost::shared_lock<boost::shared_mutex>(mutex, boost::try_to_lock)
+    explicit TryFirstLock(boost::shared_mutex& mutex)
+        : BoostLock(mutex, boost::try_to_lock)
     {
-        if (!owns_lock())
-            lock();
+        if (!this->owns_lock())
+            this->lock();
     }
 };
 
-class ExclusiveLock : public boost::unique_lock<boost::shared_mutex> {
-public:
-    explicit ExclusiveLock(boost::shared_mutex& mutex)
-        : boost::unique_lock<boost::shared_mutex>(mutex, boost::try_to_lock)
-    {
-        if (!owns_lock())
-            lock();
-    }
-};
-
+typedef TryFirstLock<boost::shared_lock<boost::shared_mutex>> SharedLock;
+typedef TryFirstLock<boost::unique_lock<boost::shared_mutex>> ExclusiveLock;
 typedef boost::upgrade_lock<boost::shared_mutex> UpgradeLock;
 typedef boost::upgrade_to_unique_lock<boost::shared_mutex> RaisedLock;
 
