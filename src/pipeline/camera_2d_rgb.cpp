@@ -192,33 +192,36 @@ FRAMEHUB_AVX2 Size downscaleBlocks(const uint8_t* __restrict src, uint8_t* __res
 }
 
 // A width ratio of 2 in 16-bit lanes, sixteen pixels an operation in AVX2
-// and 32 in AVX-512. Each sum is halved once, to 7 fractional bits, where
-// every term is still whole, and then lives in int16 with saturating adds,
-// which clamp as finish does. For RGB the luma term is
-// 149 h (h the truncated half of Y0 + Y1 - 32); for BGR, whose luma term
-// 149 (Y0 + Y1 - 32) may be odd, it is floored, which is exact for green and
-// blue (their chroma terms are whole) and for red once half a unit is given
-// back where both the luma sum and V are odd. The terms and their ranges:
-//   luma  149 h - kHalfExcess                  -5228 ... 32767 (BGR)
-//   red   floor(204.5 v) + kHalfExcess        -23332 ... 28815
-//   green kHalfExcess - (50 u + 104 v)        -16714 ... 22556
-//   blue  129 u, then 129 u + kHalfExcess     twice, as 258 u overflows int16
-// kHalfExcess is what 149 h exceeds int16 by at h = 239. Blue adds its
-// unbiased half first: that partial sum can only saturate upwards when u is
-// positive, so the second half never undoes a saturation. Checked for every
-// input against downscaleRow.
-constexpr int kHalfBits = kFractionBits - 1;
-constexpr int32_t kHalfExcess = kHalfLumaGain * 239 - 32767; // 2844
-constexpr int32_t kHalfLumaBias = -kHalfLumaGain * kLumaBlack - kHalfExcess;
+// and 32 in AVX-512. The luma term is kept unsigned, its black level left
+// to the channels: 149 (h + 16) for RGB (h the truncated half of
+// Y0 + Y1 - 32) and floor(74.5 (Y0 + Y1)) for BGR, 0 ... 37995. Red is
+// halved once, to 7 fractional bits, where its terms are whole; BGR's
+// floored luma gets half a unit back where both the luma sum and V are odd.
+// Green and blue are halved twice, to 6 bits, where their chroma terms are
+// still whole, so flooring the halved luma loses nothing. The terms:
+//   red   luma + floor(204.5 V) - kHalfRedZero    unsigned: the sum
+//         saturates at 65535 (a red of 288 or more), the difference at 0
+//   a     floor(luma / 2) + kHalfAverageBias      8664 ... 27661, an average
+//   green a - 25 U - 52 V                         -10971 ... 27661
+//   blue  a + 129 u - kHalfGreenZero              the sum saturating at
+//         32767 (a blue of 357 or more)
+// kHalfAverageBias takes green's chroma zero and the black level out in the
+// same operation that halves the luma. The shifts and the packs after them
+// clamp as finish does. Checked for every input against downscaleRow.
+constexpr int kHalfBits = kFractionBits - 1; // red
+constexpr int kHalfNarrowBits = kFractionBits - 2; // green and blue
 constexpr int32_t kHalfRedGain = kRedFromV << kHalfBits; // times 256 V, high half: 204.5 V
-constexpr int32_t kHalfRedBias = -kRedFromV * kChromaZero / 2 + kHalfExcess;
+constexpr int32_t kHalfRedZero = kHalfLumaGain * kLumaBlack + kRedFromV * kChromaZero / 2; // 28560
 constexpr int32_t kHalfBgrLumaGain = kHalfLumaGain << kFractionBits; // times 128 sum, high half: 74.5 sum
-constexpr int32_t kHalfGreenFromU = -kGreenFromU / 2, kHalfGreenFromV = -kGreenFromV / 2; // 50, 104
-constexpr int32_t kHalfBlueFromU = kBlueFromU / 4; // 129, added twice
-static_assert(kHalfExcess == 2844 && kHalfRedGain < 65536 && kHalfBgrLumaGain < 65536, "16-bit factors");
-static_assert(2 * kHalfGreenFromU == -kGreenFromU && 2 * kHalfGreenFromV == -kGreenFromV
-        && 4 * kHalfBlueFromU == kBlueFromU && kRedFromV * kChromaZero % 2 == 0,
-    "whole halves");
+constexpr int32_t kHalfGreenFromU = -kGreenFromU / 4, kHalfGreenFromV = -kGreenFromV / 4; // 25, 52
+constexpr int32_t kHalfBlueFromU = kBlueFromU / 4; // 129
+constexpr int32_t kHalfGreenZero = (kHalfGreenFromU + kHalfGreenFromV) * kChromaZero; // 9856
+constexpr int32_t kHalfBlack = kHalfLumaGain * kLumaBlack / 2; // 1192
+constexpr int32_t kHalfAverageBias = kHalfGreenZero - kHalfBlack; // 8664
+static_assert(kHalfRedGain < 65536 && kHalfBgrLumaGain < 65536 && kHalfRedZero < 32768, "16-bit factors");
+static_assert(4 * kHalfGreenFromU == -kGreenFromU && 4 * kHalfGreenFromV == -kGreenFromV
+        && 4 * kHalfBlueFromU == kBlueFromU && kRedFromV * kChromaZero % 2 == 0 && kHalfLumaGain * kLumaBlack % 2 == 0,
+    "whole terms");
 
 // Multiply-add factors for the byte pairs of every 16-bit lane.
 FRAMEHUB_AVX2 inline __m256i bytePair(int low, int high)
@@ -229,14 +232,14 @@ FRAMEHUB_AVX2 inline __m256i bytePair(int low, int high)
 FRAMEHUB_AVX2 inline __m256i words(int32_t value) { return _mm256_set1_epi16(static_cast<int16_t>(value)); }
 
 // The three channels of sixteen pixels from their lumas (Y0, Y1 in the byte
-// pairs of yy) and chroma (U, V in those of uv), clamped below by the packs.
+// pairs of yy) and chroma (U, V in those of uv), clamped by the packs after
+// them.
 // The terms and their order are those of halfChannels512, with the masked
 // operations spelled out.
 template <Output out>
 FRAMEHUB_AVX2 inline void halfChannels(__m256i yy, __m256i uv, __m256i& red, __m256i& green, __m256i& blue)
 {
     const __m256i sum = _mm256_maddubs_epi16(yy, bytePair(1, 1)); // Y0 + Y1
-    const __m256i chroma = _mm256_xor_si256(uv, words(0x8080)); // U - 128, V - 128
     __m256i luma, highV = _mm256_and_si256(uv, words(0xFF00));
     if constexpr (out == OUT_RGB) {
         // h + 16, rounding up below 32: the average with all ones (at 32 and
@@ -248,15 +251,14 @@ FRAMEHUB_AVX2 inline void halfChannels(__m256i yy, __m256i uv, __m256i& red, __m
         luma = _mm256_mulhi_epu16(_mm256_slli_epi16(sum, kHalfBits), words(kHalfBgrLumaGain));
         highV = _mm256_or_si256(highV, _mm256_and_si256(sum, words(1)));
     }
-    luma = _mm256_add_epi16(luma, words(kHalfLumaBias)); // wraps into range
-    const __m256i r = _mm256_add_epi16(_mm256_mulhi_epu16(highV, words(kHalfRedGain)), words(kHalfRedBias));
-    const __m256i g = _mm256_sub_epi16(
-        words(kHalfExcess), _mm256_maddubs_epi16(bytePair(kHalfGreenFromU, kHalfGreenFromV), chroma));
-    const __m256i b = _mm256_maddubs_epi16(bytePair(kHalfBlueFromU, 0), chroma);
-    red = _mm256_srai_epi16(_mm256_adds_epi16(luma, r), kHalfBits);
-    green = _mm256_srai_epi16(_mm256_adds_epi16(luma, g), kHalfBits);
-    blue = _mm256_srai_epi16(
-        _mm256_adds_epi16(_mm256_adds_epi16(luma, b), _mm256_add_epi16(b, words(kHalfExcess))), kHalfBits);
+    const __m256i r = _mm256_adds_epu16(luma, _mm256_mulhi_epu16(highV, words(kHalfRedGain)));
+    red = _mm256_srli_epi16(_mm256_subs_epu16(r, words(kHalfRedZero)), kHalfBits);
+    const __m256i a = _mm256_avg_epu16(luma, words(2 * kHalfAverageBias - 1));
+    const __m256i g = _mm256_maddubs_epi16(uv, bytePair(-kHalfGreenFromU, -kHalfGreenFromV));
+    green = _mm256_srai_epi16(_mm256_add_epi16(a, g), kHalfNarrowBits);
+    const __m256i b
+        = _mm256_maddubs_epi16(bytePair(kHalfBlueFromU, 0), _mm256_xor_si256(uv, words(0x8080))); // 129 (U - 128)
+    blue = _mm256_srai_epi16(_mm256_sub_epi16(_mm256_adds_epi16(a, b), words(kHalfGreenZero)), kHalfNarrowBits);
 }
 
 // Sixteen macro-pixels from 64 bytes as byte pairs: lumas in yy, chroma in
@@ -613,12 +615,11 @@ FRAMEHUB_AVX512 inline __m512i bytePair512(int low, int high)
 FRAMEHUB_AVX512 inline __m512i words512(int32_t value) { return _mm512_set1_epi16(static_cast<int16_t>(value)); }
 
 // The three channels of 32 pixels from their lumas (Y0, Y1 in the byte pairs
-// of yy) and chroma (U, V in those of uv), clamped below by the packs.
+// of yy) and chroma (U, V in those of uv), clamped by the packs after them.
 template <Output out>
 FRAMEHUB_AVX512 inline void halfChannels512(__m512i yy, __m512i uv, __m512i& red, __m512i& green, __m512i& blue)
 {
     const __m512i sum = _mm512_maddubs_epi16(yy, bytePair512(1, 1)); // Y0 + Y1
-    const __m512i chroma = _mm512_xor_si512(uv, words512(0x8080)); // U - 128, V - 128
     __m512i luma, highV;
     if constexpr (out == OUT_RGB) {
         // h + 16, rounding up below 32 with a masked average.
@@ -632,15 +633,14 @@ FRAMEHUB_AVX512 inline void halfChannels512(__m512i yy, __m512i uv, __m512i& red
         // where both halves were odd.
         highV = _mm512_ternarylogic_epi32(uv, _mm512_and_si512(sum, words512(1)), words512(0xFF00), 0xEC);
     }
-    luma = _mm512_add_epi16(luma, words512(kHalfLumaBias)); // wraps into range
-    const __m512i r = _mm512_add_epi16(_mm512_mulhi_epu16(highV, words512(kHalfRedGain)), words512(kHalfRedBias));
-    const __m512i g = _mm512_sub_epi16(
-        words512(kHalfExcess), _mm512_maddubs_epi16(bytePair512(kHalfGreenFromU, kHalfGreenFromV), chroma));
-    const __m512i b = _mm512_maddubs_epi16(bytePair512(kHalfBlueFromU, 0), chroma);
-    red = _mm512_srai_epi16(_mm512_adds_epi16(luma, r), kHalfBits);
-    green = _mm512_srai_epi16(_mm512_adds_epi16(luma, g), kHalfBits);
-    blue = _mm512_srai_epi16(
-        _mm512_adds_epi16(_mm512_adds_epi16(luma, b), _mm512_add_epi16(b, words512(kHalfExcess))), kHalfBits);
+    const __m512i r = _mm512_adds_epu16(luma, _mm512_mulhi_epu16(highV, words512(kHalfRedGain)));
+    red = _mm512_srli_epi16(_mm512_subs_epu16(r, words512(kHalfRedZero)), kHalfBits);
+    const __m512i a = _mm512_avg_epu16(luma, words512(2 * kHalfAverageBias - 1));
+    const __m512i g = _mm512_maddubs_epi16(uv, bytePair512(-kHalfGreenFromU, -kHalfGreenFromV));
+    green = _mm512_srai_epi16(_mm512_add_epi16(a, g), kHalfNarrowBits);
+    const __m512i b
+        = _mm512_maddubs_epi16(bytePair512(kHalfBlueFromU, 0), _mm512_xor_si512(uv, words512(0x8080))); // 129 (U - 128)
+    blue = _mm512_srai_epi16(_mm512_sub_epi16(_mm512_adds_epi16(a, b), words512(kHalfGreenZero)), kHalfNarrowBits);
 }
 
 // Byte i of the pick: the luma (first 0) or chroma (first 1) byte pairs of
