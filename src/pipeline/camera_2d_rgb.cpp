@@ -192,22 +192,26 @@ FRAMEHUB_AVX2 Size downscaleBlocks(const uint8_t* __restrict src, uint8_t* __res
 }
 
 // A width ratio of 2 in 16-bit lanes, sixteen pixels an operation in AVX2
-// and 32 in AVX-512. The luma term is kept unsigned, its black level left
-// to the channels: 149 (h + 16) for RGB (h the truncated half of
-// Y0 + Y1 - 32) and floor(74.5 (Y0 + Y1)) for BGR, 0 ... 37995. Red is
-// halved once, to 7 fractional bits, where its terms are whole; BGR's
-// floored luma gets half a unit back where both the luma sum and V are odd.
-// Green and blue are halved twice, to 6 bits, where their chroma terms are
-// still whole, so flooring the halved luma loses nothing. The terms:
+// and 32 in AVX-512; U and V are the chroma bytes, u = U - 128. The luma
+// term, 0 ... 37995, is kept unsigned with its black level left to the
+// channels: 149 (h + 16) for RGB (h the truncated half of Y0 + Y1 - 32) and
+// floor(74.5 (Y0 + Y1)) for BGR. Red is halved once, to 7 fractional bits,
+// where its terms are whole; for BGR one unit goes back into red's V term
+// where both the luma sum and V are odd, for the two halves the floors
+// lost. Green and blue are halved twice, to 6 bits, where their chroma
+// terms are still whole, so flooring the halved luma loses nothing:
 //   red   luma + floor(204.5 V) - kHalfRedZero    unsigned: the sum
-//         saturates at 65535 (a red of 288 or more), the difference at 0
+//         saturates at 65535 (only for a red of 288 or more), the
+//         difference at 0
 //   a     floor(luma / 2) + kHalfAverageBias      8664 ... 27661, an average
 //   green a - 25 U - 52 V                         -10971 ... 27661
 //   blue  a + 129 u - kHalfGreenZero              the sum saturating at
-//         32767 (a blue of 357 or more)
+//         32767 (only for a blue of 358 or more)
 // kHalfAverageBias takes green's chroma zero and the black level out in the
 // same operation that halves the luma. The shifts and the packs after them
-// clamp as finish does. Checked for every input against downscaleRow.
+// clamp as finish does. Every luma sum with every chroma pair gives
+// downscaleRow's bytes; the half-size test covers the sums where the
+// rounding turns.
 constexpr int kHalfBits = kFractionBits - 1; // red
 constexpr int kHalfNarrowBits = kFractionBits - 2; // green and blue
 constexpr int32_t kHalfRedGain = kRedFromV << kHalfBits; // times 256 V, high half: 204.5 V
@@ -218,7 +222,11 @@ constexpr int32_t kHalfBlueFromU = kBlueFromU / 4; // 129
 constexpr int32_t kHalfGreenZero = (kHalfGreenFromU + kHalfGreenFromV) * kChromaZero; // 9856
 constexpr int32_t kHalfBlack = kHalfLumaGain * kLumaBlack / 2; // 1192
 constexpr int32_t kHalfAverageBias = kHalfGreenZero - kHalfBlack; // 8664
-static_assert(kHalfRedGain < 65536 && kHalfBgrLumaGain < 65536 && kHalfRedZero < 32768, "16-bit factors");
+static_assert(
+    kHalfRedGain < 65536 && kHalfBgrLumaGain < 65536 && kHalfRedZero < 65536 && 2 * kHalfAverageBias - 1 < 65536,
+    "16-bit constants");
+static_assert(((65535 - kHalfRedZero) >> kHalfBits) >= 255 && ((32767 - kHalfGreenZero) >> kHalfNarrowBits) >= 255,
+    "saturated sums still pack to 255");
 static_assert(4 * kHalfGreenFromU == -kGreenFromU && 4 * kHalfGreenFromV == -kGreenFromV
         && 4 * kHalfBlueFromU == kBlueFromU && kRedFromV * kChromaZero % 2 == 0 && kHalfLumaGain * kLumaBlack % 2 == 0,
     "whole terms");
@@ -232,8 +240,7 @@ FRAMEHUB_AVX2 inline __m256i bytePair(int low, int high)
 FRAMEHUB_AVX2 inline __m256i words(int32_t value) { return _mm256_set1_epi16(static_cast<int16_t>(value)); }
 
 // The three channels of sixteen pixels from their lumas (Y0, Y1 in the byte
-// pairs of yy) and chroma (U, V in those of uv), clamped by the packs after
-// them.
+// pairs of yy) and chroma (U, V in those of uv), for the packs to clamp.
 // The terms and their order are those of halfChannels512, with the masked
 // operations spelled out.
 template <Output out>
@@ -615,7 +622,7 @@ FRAMEHUB_AVX512 inline __m512i bytePair512(int low, int high)
 FRAMEHUB_AVX512 inline __m512i words512(int32_t value) { return _mm512_set1_epi16(static_cast<int16_t>(value)); }
 
 // The three channels of 32 pixels from their lumas (Y0, Y1 in the byte pairs
-// of yy) and chroma (U, V in those of uv), clamped by the packs after them.
+// of yy) and chroma (U, V in those of uv), for the packs to clamp.
 template <Output out>
 FRAMEHUB_AVX512 inline void halfChannels512(__m512i yy, __m512i uv, __m512i& red, __m512i& green, __m512i& blue)
 {
