@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -372,6 +373,41 @@ TEST(Camera2DTest, FullScaleColorIsTheLibraryConversionForAllInputs)
             EXPECT_TRUE(out.vector == library) << getColorSpaceName(c.target) << " " << w << "x" << h;
             EXPECT_TRUE(out.avx2 == library) << getColorSpaceName(c.target) << " " << w << "x" << h;
             EXPECT_TRUE(out.scalar == library) << getColorSpaceName(c.target) << " " << w << "x" << h;
+        }
+    }
+}
+
+// The vector path lines its stores up with the destination's address: at
+// every offset within 32 bytes, and for runs shorter than the pairs that
+// takes, it writes the library's bytes and nothing outside them.
+TEST(Camera2DTest, FullScaleColorIsExactAtEveryDestinationOffset)
+{
+    std::mt19937 random(13);
+    const auto noise = [&random](size_t) { return static_cast<uint8_t>(random()); };
+    const int guard = 64;
+    for (const Resolution& size : { Resolution(2, 1), Resolution(14, 1), Resolution(98, 3) }) {
+        const Buffer src = source(size.width, size.height, noise);
+        const int w = static_cast<int>(size.width), h = static_cast<int>(size.height);
+        for (bool bgr : { false, true }) {
+            cv::Mat expected;
+            cv::cvtColor(cv::Mat(h, w, CV_8UC2, src->getData()), expected,
+                bgr ? cv::COLOR_YUV2BGR_YUY2 : cv::COLOR_YUV2RGB_YUY2);
+            const Bytes library(expected.data, expected.data + expected.total() * 3);
+            for (size_t offset = 0; offset < 32; ++offset) {
+                Bytes block(library.size() + offset + 2 * guard, kUntouched);
+                Buffer dst(new ImageBuffer("test", size, bgr ? COLORSPACE_BGR_888 : COLORSPACE_RGB_888, false));
+                dst->setData(block.data() + guard + offset);
+                if (bgr)
+                    Camera2D::convertYUV422toBGR888(src, dst);
+                else
+                    Camera2D::convertYUV422toRGB888(src, dst);
+                const auto written = block.begin() + guard + static_cast<std::ptrdiff_t>(offset);
+                EXPECT_TRUE(std::equal(library.begin(), library.end(), written))
+                    << (bgr ? "BGR " : "RGB ") << w << "x" << h << " at offset " << offset;
+                EXPECT_EQ(std::count(block.begin(), written, kUntouched), written - block.begin());
+                EXPECT_EQ(std::count(written + static_cast<std::ptrdiff_t>(library.size()), block.end(), kUntouched),
+                    block.end() - written - static_cast<std::ptrdiff_t>(library.size()));
+            }
         }
     }
 }
