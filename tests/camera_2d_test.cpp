@@ -377,9 +377,9 @@ TEST(Camera2DTest, FullScaleColorIsTheLibraryConversionForAllInputs)
     }
 }
 
-// The vector path lines its stores up with the destination's address: at
-// every offset within 32 bytes, and for runs shorter than the pairs that
-// takes, it writes the library's bytes and nothing outside them.
+// The vector path first converts a few pairs to line its stores up with the
+// destination: at every offset within 32 bytes, and for runs shorter than
+// those pairs, it writes the library's bytes and nothing outside them.
 TEST(Camera2DTest, FullScaleColorIsExactAtEveryDestinationOffset)
 {
     std::mt19937 random(13);
